@@ -1,0 +1,213 @@
+#include "qorpkcs11/comm/client.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+
+#include "qorpkcs11/comm/frame.h"
+#include "qorpkcs11/common/log.h"
+
+namespace qor::comm {
+namespace {
+
+constexpr const char* kTag = log::kCommClient;
+
+// Init and deinit run while no exchange is in flight; the flag and socket
+// are atomic only so that the unlocked checks are not data races.
+std::atomic<bool> gInitialized{false};
+std::atomic<int> gSocket{-1};
+// Lives for the whole process instead of being re-created by every init:
+// an exchange that races a re-init then still locks a valid mutex.
+std::mutex gCallMutex;
+timeval gReceiveTimeout{30, 0};
+
+void close_socket() {
+  ::close(gSocket.exchange(-1));
+}
+
+int client_result(ssize_t moved, int error_code) {
+  const int code = moved > 0 ? kOk : moved == 0 ? kClientPeerClosed : error_code;
+  QOR_LOGD(kTag, "Exit %d", code);
+  return code;
+}
+
+bool print_if_invalid(int sock, const void* buf, int32_t len, const char* function) {
+  if (sock >= 0 && buf != nullptr && len >= 1) return false;
+  std::printf("[%s]:%s() - Invalid arguments\n", kTag, function);
+  return true;
+}
+
+int client_check_version(int sock) {
+  QOR_LOGD(kTag, "Entry");
+  FrameHeader hdr{kIdVersion, kTypeRequest, 0, kVersionWordLen};
+  int ret = client_send_data(sock, &hdr, sizeof(hdr));
+  QOR_LOGD(kTag, "Client send version returned %d", ret);
+  if (ret != kOk) {
+    QOR_LOGD(kTag, "Exit - success");  // kept: log readers know this line
+    return ret;
+  }
+  int32_t word = kProtocolVersion;
+  if ((ret = client_send_data(sock, &word, sizeof(word))) != kOk) return ret;
+
+  std::memset(&hdr, 0, sizeof(hdr));
+  if ((ret = client_recv_data(sock, &hdr, sizeof(hdr))) != kOk) return ret;
+  if (hdr.id != kIdVersion) return kWrongVersionId;
+  if (hdr.data_len != kVersionWordLen) return kWrongVersionLen;
+  if (hdr.type != kTypeResponse) return kWrongVersionType;
+  if (hdr.status != 0) return kWrongVersionStatus;
+
+  word = 0;
+  if ((ret = client_recv_data(sock, &word, sizeof(word))) != kOk) return ret;
+  return word == kProtocolVersion ? kOk : kVersionMismatch;
+}
+
+// Discards what an abandoned exchange left behind (a reply that came after
+// a timeout, or the payload behind a nonzero-status header).
+void drain(int sock) {
+  uint8_t scratch[256];
+  ssize_t n;
+  do {
+    n = ::recv(sock, scratch, sizeof(scratch), MSG_DONTWAIT);
+    QOR_LOGD(kTag, "Recv returned :%d", static_cast<int>(n));
+  } while (n > 0);
+  QOR_LOGD(kTag, "Errno:%s", std::strerror(errno));
+}
+
+int exchange(int sock, const uint8_t* data, int32_t len, uint8_t** out, uint32_t* out_len) {
+  FrameHeader hdr{kIdCommand, kTypeRequest, 0, len};
+  int ret = client_send_data(sock, &hdr, sizeof(hdr));
+  if (ret != kOk) {
+    QOR_LOGD(kTag, "Client send header failed %d", ret);
+    return ret;
+  }
+  if ((ret = client_send_data(sock, data, len)) != kOk) {
+    QOR_LOGD(kTag, "Client send data failed %d", ret);
+    return ret;
+  }
+
+  std::memset(&hdr, 0, sizeof(hdr));
+  if ((ret = client_recv_data(sock, &hdr, sizeof(hdr))) != kOk) {
+    QOR_LOGD(kTag, "Client receive header failed %d", ret);
+    return ret;
+  }
+  if (hdr.status != 0) {
+    // Success without a reply; the payload behind it goes in the next drain.
+    QOR_LOGD(kTag, "Client receive header failed %d", 0);
+    return kOk;
+  }
+  const uint32_t reply_len = static_cast<uint32_t>(hdr.data_len);
+  QOR_LOGD(kTag, "Header data_len:%d", hdr.data_len);
+  QOR_LOGD(kTag, "Header id:%d, type:%d", static_cast<int>(hdr.id), static_cast<int>(hdr.type));
+  if (reply_len == 0 || hdr.id != kIdCommand || hdr.type != kTypeResponse) {
+    QOR_LOGD(kTag, "Client header error %d", 0);
+    return kBadResponseHeader;
+  }
+
+  // A length the 32-bit loops cannot carry is as unallocatable as on the target.
+  MallocPtr reply = payload_len_fits(reply_len) ? malloc_bytes(reply_len) : nullptr;
+  if (!reply) {
+    QOR_LOGD(kTag, "Malloc failed");
+    return kAllocFailed;
+  }
+  if ((ret = client_recv_data(sock, reply.get(), static_cast<int32_t>(reply_len))) != kOk) {
+    QOR_LOGD(kTag, "Client receive data failed %d", ret);
+    return ret;
+  }
+  *out = reply.release();
+  *out_len = reply_len;
+  QOR_LOGD(kTag, "Exit - Success");
+  return kOk;
+}
+
+}  // namespace
+
+int client_send_data(int sock, const void* buf, int32_t len) {
+  QOR_LOGD(kTag, "Entry");
+  if (print_if_invalid(sock, buf, len, "client_send_data")) return kInvalidArguments;
+  // A closed peer must give an error, not a SIGPIPE in the caller's process.
+  return client_result(send_all(kTag, sock, buf, len, MSG_NOSIGNAL), kSendError);
+}
+
+int client_recv_data(int sock, void* buf, int32_t len) {
+  QOR_LOGD(kTag, "Entry");
+  if (print_if_invalid(sock, buf, len, "client_recv_data")) return kInvalidArguments;
+  return client_result(recv_all(kTag, sock, buf, len, 0), kClientRecvError);
+}
+
+void comm_set_receive_timeout_for_tests(timeval timeout) { gReceiveTimeout = timeout; }
+
+}  // namespace qor::comm
+
+using namespace qor::comm;
+
+extern "C" int qorpkcs11_comm_client_init(const char* server_id) {
+  QOR_LOGD(kTag, "Entry server id %s", server_id ? server_id : "(null)");
+  if (gInitialized) {
+    QOR_LOGD(kTag, "Already initialized");
+    return kAlreadyInitialized;
+  }
+  if (server_id == nullptr) {
+    QOR_LOGD(kTag, "Invalid arguments");
+    return kInvalidArguments;
+  }
+  const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  if (sock == -1) {
+    QOR_LOGD(kTag, "Socket create failed");
+    return kSocketCreateFailed;
+  }
+  gSocket = sock;
+
+  const sockaddr_un addr = make_address(server_id);
+  if (::connect(sock, reinterpret_cast<const sockaddr*>(&addr), kAddressLength) == -1) {
+    QOR_LOGD(kTag, "Socket connect failed");
+    close_socket();
+    return kConnectFailed;
+  }
+  // Not checked: without it a dead server only blocks longer.
+  (void)::setsockopt(sock, SOL_SOCKET, SO_RCVTIMEO, &gReceiveTimeout, sizeof(gReceiveTimeout));
+
+  const int ret = client_check_version(sock);
+  if (ret != kOk) {
+    QOR_LOGD(kTag, "Client check version failed %d", ret);
+    close_socket();
+    return kVersionCheckFailed;
+  }
+  QOR_LOGD(kTag, "Exit - success");
+  gInitialized = true;
+  QOR_LOGD(kTag, "Exit - Init success");
+  return kOk;
+}
+
+extern "C" int qorpkcs11_comm_client_execute_command(const uint8_t* data, int32_t len,
+                                                     uint8_t** out, uint32_t* out_len) {
+  QOR_LOGD(kTag, "Entry");
+  if (!gInitialized) {
+    QOR_LOGD(kTag, "Not initialized");
+    return kNotInitialized;
+  }
+  std::lock_guard<std::mutex> lock(gCallMutex);
+  if (len < 1 || data == nullptr || out == nullptr || out_len == nullptr) {
+    QOR_LOGD(kTag, "Invalid arguments");
+    return kInvalidArguments;
+  }
+  QOR_LOGD(kTag, "Entry");
+  const int sock = gSocket;
+  drain(sock);
+  return exchange(sock, data, len, out, out_len);
+}
+
+extern "C" int qorpkcs11_comm_client_deinit(void) {
+  QOR_LOGD(kTag, "Entry");
+  if (!gInitialized) {
+    QOR_LOGD(kTag, "Not initialized");
+    return kNotInitialized;
+  }
+  close_socket();
+  gInitialized = false;
+  QOR_LOGD(kTag, "Exit - Success");
+  return kOk;
+}

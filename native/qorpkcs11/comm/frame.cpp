@@ -1,0 +1,49 @@
+#include "qorpkcs11/comm/frame.h"
+
+#include <cstring>
+
+#include "qorpkcs11/common/log.h"
+
+namespace qor::comm {
+
+sockaddr_un make_address(const char* server_id) {
+  sockaddr_un addr;
+  std::memset(&addr, 0, sizeof(addr));
+  addr.sun_family = AF_UNIX;
+  // strncpy stops at the terminator and never touches the last byte here.
+  std::strncpy(addr.sun_path, server_id, sizeof(addr.sun_path) - 1);
+  addr.sun_path[0] = '\0';
+  return addr;
+}
+
+namespace {
+
+template <typename Step>
+ssize_t move_all(const char* tag, const char* step_log, int32_t len, Step step) {
+  int32_t done = 0;
+  while (done < len) {
+    ssize_t n = step(done, static_cast<size_t>(len - done));
+    QOR_LOGD(tag, step_log, static_cast<int>(n));
+    if (n < 1) return n;
+    done += static_cast<int32_t>(n);
+  }
+  return 1;
+}
+
+}  // namespace
+
+ssize_t send_all(const char* tag, int sock, const void* buf, int32_t len, int flags) {
+  const auto* bytes = static_cast<const uint8_t*>(buf);
+  return move_all(tag, "Bytes written:%d", len, [&](int32_t off, size_t n) {
+    return ::send(sock, bytes + off, n, flags);
+  });
+}
+
+ssize_t recv_all(const char* tag, int sock, void* buf, int32_t len, int flags) {
+  auto* bytes = static_cast<uint8_t*>(buf);
+  return move_all(tag, "Bytes read:%d", len, [&](int32_t off, size_t n) {
+    return ::recv(sock, bytes + off, n, flags);
+  });
+}
+
+}  // namespace qor::comm

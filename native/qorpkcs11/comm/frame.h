@@ -1,0 +1,90 @@
+// What travels on the command socket, shared by both transport ends: the
+// socket address, the frame header, the frame kinds and the return codes.
+#pragma once
+
+#include <sys/socket.h>
+#include <sys/types.h>
+#include <sys/un.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
+namespace qor::comm {
+
+// Four 32-bit fields in host order; both ends run on the same device.
+struct FrameHeader {
+  uint32_t id;
+  uint32_t type;
+  int32_t status;
+  int32_t data_len;
+};
+static_assert(sizeof(FrameHeader) == 16, "the header is 16 bytes on the wire");
+
+inline constexpr uint32_t kIdVersion = 100;
+inline constexpr uint32_t kIdCommand = 101;
+inline constexpr uint32_t kTypeRequest = 103;
+inline constexpr uint32_t kTypeResponse = 104;
+inline constexpr int32_t kProtocolVersion = 1;
+inline constexpr int32_t kVersionWordLen = sizeof(int32_t);
+
+// Transport return codes. 10 and 12 mean different things on each end:
+// each end keeps its own convention for an error and for a closed peer.
+enum Code : int {
+  kOk = 0,
+  kAlreadyInitialized = 1,
+  kNotInitialized = 2,
+  kVersionCheckFailed = 3,
+  kVersionMismatch = 4,
+  kInvalidArguments = 5,
+  kSocketCreateFailed = 6,
+  kConnectFailed = 7,
+  kBindFailed = 8,
+  kClientRecvError = 10,
+  kServerPeerClosed = 10,
+  kSendError = 11,
+  kServerRecvError = 12,
+  kServerSentNothing = 12,
+  kClientPeerClosed = 13,
+  kThreadCreateFailed = 14,
+  kWrongVersionId = 15,
+  kWrongVersionType = 16,
+  kWrongVersionLen = 17,
+  kBadRequestHeader = 18,
+  kUnknownFrameId = 19,
+  kWrongVersionStatus = 20,
+  kAllocFailed = 21,
+  kListenFailed = 22,
+  kBadResponseHeader = 23,
+};
+
+// The whole structure is always passed, so the trailing zero bytes of the
+// path are part of the abstract name; a shorter length names another socket.
+inline constexpr socklen_t kAddressLength = sizeof(sockaddr_un);
+static_assert(kAddressLength == 110, "peers bind and connect with length 110");
+
+// Abstract address named by the id less its first character (which peers
+// discard by convention, so any character will do there).
+sockaddr_un make_address(const char* server_id);
+
+// Full-length socket loops. Each call is logged as "Bytes read:%d" or
+// "Bytes written:%d"; the result is 1 once every byte has moved, otherwise
+// the result of the call that fell short (0 when the peer closed, negative
+// on error), so each end maps it to its own codes.
+ssize_t send_all(const char* tag, int sock, const void* buf, int32_t len, int flags);
+ssize_t recv_all(const char* tag, int sock, void* buf, int32_t len, int flags);
+
+// Buffers that cross the transport boundary come from malloc and go back
+// with free, on whichever side ends up owning them.
+struct FreeDeleter {
+  void operator()(void* p) const { std::free(p); }
+};
+using MallocPtr = std::unique_ptr<uint8_t, FreeDeleter>;
+
+inline MallocPtr malloc_bytes(size_t n) { return MallocPtr(static_cast<uint8_t*>(std::malloc(n))); }
+
+// Whether a length taken from the wire can be allocated and moved by the
+// 32-bit length loops above.
+inline bool payload_len_fits(int64_t len) { return len > 0 && len <= INT32_MAX; }
+
+}  // namespace qor::comm

@@ -1,0 +1,281 @@
+#include "qorpkcs11/comm/server.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+
+#include "qorpkcs11/comm/frame.h"
+#include "qorpkcs11/common/log.h"
+
+namespace qor::comm {
+namespace {
+
+constexpr const char* kTag = log::kCommServer;
+
+std::mutex gInitMutex;  // two racing inits must not start two threads
+std::atomic<bool> gInitialized{false};
+char gServerId[256];
+pthread_t gThread;
+// Set after the thread starts and read by it only when a command arrives.
+std::atomic<qorpkcs11_comm_process_fn> gProcess{nullptr};
+// Written by the server thread, read by any thread.
+std::atomic<int32_t> gRequestStamp{0};
+std::atomic<int32_t> gResponseStamp{0};
+
+void* thread_exit(Code code) { return reinterpret_cast<void*>(static_cast<intptr_t>(code)); }
+
+// Only these mean the connection is unusable (or, for 2, that nothing can
+// serve it); any other code keeps reading frames from the same client.
+bool drops_connection(int code) {
+  return code == kNotInitialized || code == kServerPeerClosed || code == kSendError;
+}
+
+int process_command(const void* data, int32_t len, void** reply, uint32_t* reply_len) {
+  QOR_LOGD(kTag, "Entry - cmd_data_len:%d", len);
+  int ret;
+  if (len < 1) {
+    QOR_LOGD(kTag, "Invalid argument");
+    ret = kInvalidArguments;
+  } else {
+    const qorpkcs11_comm_process_fn process = gProcess;
+    ret = process ? process(data, len, reply, reply_len) : kNotInitialized;
+  }
+  QOR_LOGD(kTag, "Exit ret:%d", ret);
+  return ret;
+}
+
+int process_version(const uint8_t* data, int32_t len, MallocPtr* reply, uint32_t* reply_len) {
+  QOR_LOGD(kTag, "Entry");
+  if (len != kVersionWordLen) {
+    QOR_LOGD(kTag, "Command len invalid");
+    return kBadRequestHeader;
+  }
+  MallocPtr answer = malloc_bytes(sizeof(int32_t));
+  if (!answer) {
+    QOR_LOGD(kTag, "Malloc error");
+    return kAllocFailed;
+  }
+  int32_t client_version;
+  std::memcpy(&client_version, data, sizeof(client_version));
+  QOR_LOGD(kTag, "Client ver:%d Server ver:%d", client_version, kProtocolVersion);
+  if (client_version != kProtocolVersion) {
+    QOR_LOGD(kTag, "Client and server version mismatch");
+    return kVersionMismatch;
+  }
+  std::memcpy(answer.get(), &kProtocolVersion, sizeof(kProtocolVersion));
+  *reply = std::move(answer);
+  *reply_len = sizeof(int32_t);
+  return kOk;
+}
+
+// Hands a complete payload to its frame kind; on 0 *reply holds the answer.
+int process_payload(uint32_t id, MallocPtr payload, int32_t len, MallocPtr* reply,
+                    uint32_t* reply_len) {
+  int ret;
+  if (id == kIdCommand) {
+    void* out = nullptr;
+    ret = process_command(payload.get(), len, &out, reply_len);
+    // A failing callback's pointer is not ours to free.
+    if (ret == kOk) reply->reset(static_cast<uint8_t*>(out));
+  } else if (id == kIdVersion) {
+    ret = process_version(payload.get(), len, reply, reply_len);
+  } else {
+    ret = kUnknownFrameId;
+  }
+  payload.reset();
+  if (ret != kOk) QOR_LOGD(kTag, "process command returned :%d", ret);
+  return ret;
+}
+
+int process_client_command(int sock) {
+  QOR_LOGD(kTag, "\n\n================");
+  QOR_LOGD(kTag, "Entry");
+  MallocPtr reply;
+  uint32_t reply_len = 0;
+  FrameHeader hdr;
+  std::memset(&hdr, 0, sizeof(hdr));
+  int ret = server_recv_data(sock, &hdr, sizeof(hdr));
+  QOR_LOGD(kTag, "Header data length field value :%d", hdr.data_len);
+  QOR_LOGD(kTag, "Received command:%d", static_cast<int>(hdr.id));
+  if (ret != kOk) {
+    QOR_LOGD(kTag, "server_recv_data failed ret:%d", ret);
+    return ret;
+  }
+  if (hdr.data_len == 0 || hdr.type != kTypeRequest) {
+    QOR_LOGD(kTag, "Receive header failed");
+    return kBadRequestHeader;
+  }
+
+  record_time_stamp(kStampRequest);
+  // A negative length is as unallocatable as it is on the target.
+  MallocPtr payload = payload_len_fits(hdr.data_len) ? malloc_bytes(hdr.data_len) : nullptr;
+  if (!payload) {
+    QOR_LOGD(kTag, "Malloc failed");
+    return kAllocFailed;
+  }
+  if ((ret = server_recv_data(sock, payload.get(), hdr.data_len)) != kOk) {
+    QOR_LOGD(kTag, "Receive command data failed");
+    return ret;
+  }
+  ret = process_payload(hdr.id, std::move(payload), hdr.data_len, &reply, &reply_len);
+  if (ret != kOk) return ret;
+
+  hdr.type = kTypeResponse;
+  hdr.status = 0;
+  hdr.data_len = static_cast<int32_t>(reply_len);
+  if ((ret = server_send_data(sock, &hdr, sizeof(hdr))) != kOk) {
+    QOR_LOGD(kTag, "Send header failed %d", ret);
+    return ret;
+  }
+  ret = server_send_data(sock, reply.get(), static_cast<int32_t>(reply_len));
+  record_time_stamp(kStampResponse);
+  reply.reset();
+  QOR_LOGD(kTag, "Exit ret:%d", ret);
+  return ret;
+}
+
+void serve_connection(int sock) {
+  int ret;
+  do {
+    ret = process_client_command(sock);
+    QOR_LOGD(kTag, "process_client_command ret :%d", ret);
+  } while (!drops_connection(ret));
+}
+
+void* server_thread_func(void* arg) {
+  const char* server_id = static_cast<const char*>(arg);
+  QOR_LOGD(kTag, "Entry %s", server_id);
+  // Sends here carry no MSG_NOSIGNAL; a client that hangs up before its
+  // reply must cost an EPIPE on this thread, not the whole process.
+  sigset_t pipe_only;
+  sigemptyset(&pipe_only);
+  sigaddset(&pipe_only, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &pipe_only, nullptr);
+
+  const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  if (listener == -1) {
+    QOR_LOGD(kTag, "socket creation failed");
+    return thread_exit(kSocketCreateFailed);
+  }
+  const sockaddr_un addr = make_address(server_id);
+  const int reuse = 1;
+  if (::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse)) == -1)
+    QOR_LOGD(kTag, "SetSockOpt of SO_REUSEADDR returned error %d", -1);
+  if (::bind(listener, reinterpret_cast<const sockaddr*>(&addr), kAddressLength) == -1) {
+    QOR_LOGD(kTag, "socket bind failed");
+    return thread_exit(kBindFailed);
+  }
+  if (::listen(listener, 1) == -1) {
+    QOR_LOGD(kTag, "socket listen failed");
+    return thread_exit(kListenFailed);
+  }
+  QOR_LOGD(kTag, "Wait for new client %s", server_id);
+  for (;;) {
+    // A failed accept goes on with -1: every read on it fails with 5, which
+    // keeps the frame loop spinning (long-standing behaviour).
+    const int sock = ::accept(listener, nullptr, nullptr);
+    if (sock == -1) QOR_LOGD(kTag, "socket accept failed");
+    QOR_LOGD(kTag, "Client connected - socket id:%d", sock);
+    serve_connection(sock);
+    QOR_LOGD(kTag, "Socket error. Wait for new client");
+    ::close(sock);
+    QOR_LOGD(kTag, "Wait for new client %s", server_id);
+  }
+}
+
+}  // namespace
+
+int server_recv_data(int sock, void* buf, int32_t len) {
+  QOR_LOGD(kTag, "Entry - Recv buf len:%d", len);
+  if (sock < 0 || buf == nullptr || len < 1) {
+    std::printf("[%s]:%s() - Invalid argument\n", kTag, "server_recv_data");
+    return kInvalidArguments;
+  }
+  const ssize_t moved = recv_all(kTag, sock, buf, len, 0);
+  if (moved < 0) return kServerRecvError;
+  const int code = moved == 0 ? kServerPeerClosed : kOk;
+  QOR_LOGD(kTag, "Exit ret:%d", code);
+  return code;
+}
+
+int server_send_data(int sock, const void* buf, int32_t len) {
+  QOR_LOGD(kTag, "Entry - send data len:%d", len);
+  if (sock < 0 || buf == nullptr || len < 1) {
+    QOR_LOGD(kTag, "Invalid argument");
+    return kInvalidArguments;
+  }
+  const ssize_t moved = send_all(kTag, sock, buf, len, 0);
+  const int code = moved > 0 ? kOk : moved < 0 ? kSendError : kServerSentNothing;
+  QOR_LOGD(kTag, "Exit ret:%d", code);
+  return code;
+}
+
+void record_time_stamp(int kind) {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  // Seconds plus the milliseconds within that second (not a millisecond
+  // count): consumers compare stamps in this unit. Wraps past 2038.
+  const auto stamp = static_cast<int32_t>(static_cast<uint32_t>(now.tv_sec) +
+                                          static_cast<uint32_t>(now.tv_usec / 1000));
+  // The texts carry a bare "%l" that log readers match verbatim, so they go
+  // out as data rather than as formats.
+  if (kind == kStampResponse) {
+    gResponseStamp = stamp;
+    QOR_LOGD(kTag, "%s", "Last used Time Response: %l\n");
+  } else {
+    gRequestStamp = stamp;
+    QOR_LOGD(kTag, "%s", "Last used Time Request: %l\n");
+  }
+}
+
+}  // namespace qor::comm
+
+using namespace qor::comm;
+
+extern "C" int qorpkcs11_comm_server_init(const char* server_id,
+                                          qorpkcs11_comm_process_fn process) {
+  QOR_LOGD(kTag, "Entry - server id %s", server_id ? server_id : "(null)");
+  if (server_id == nullptr || process == nullptr) {
+    QOR_LOGD(kTag, "Invalid arguments");
+    return kInvalidArguments;
+  }
+  std::lock_guard<std::mutex> lock(gInitMutex);
+  if (gInitialized) {
+    QOR_LOGD(kTag, "Already initialized");
+    return kAlreadyInitialized;
+  }
+  std::strncpy(gServerId, server_id, sizeof(gServerId) - 1);
+  gServerId[sizeof(gServerId) - 1] = '\0';
+  const int err = pthread_create(&gThread, nullptr, server_thread_func, gServerId);
+  if (err != 0) {
+    QOR_LOGD(kTag, "Thread create failed %d", err);
+    return kThreadCreateFailed;
+  }
+  pthread_detach(gThread);  // never joined; frees itself if it ends early
+  gProcess = process;
+  gInitialized = true;
+  QOR_LOGD(kTag, "Exit - success");
+  return kOk;
+}
+
+extern "C" int qorpkcs11_comm_server_deinit(void) {
+  QOR_LOGD(kTag, "qorpkcs11_comm_server_deinit Entry");
+  if (!gInitialized) {
+    QOR_LOGD(kTag, "Not initialized");
+    return kNotInitialized;
+  }
+  QOR_LOGD(kTag, "Exit");
+  return kOk;
+}
+
+extern "C" int32_t qorpkcs11_comm_server_getLastUsageTime(void) {
+  const int32_t request = gRequestStamp;
+  const int32_t response = gResponseStamp;
+  return request > response ? -1 : response;
+}
