@@ -1,0 +1,77 @@
+#include "qorpkcs11/client/call_frame.h"
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "qorpkcs11/comm/client.h"
+#include "qorpkcs11/common/log.h"
+
+namespace qor::client {
+namespace {
+
+using log::kClient;
+
+struct FreeDeleter {
+  void operator()(uint8_t* p) const { std::free(p); }
+};
+
+CK_RV exchange(const Frame& frame, BuildFn build, PresentFn present, CopyFn copy) {
+  if (frame.entry) QOR_LOGD(kClient, "%s", frame.entry);
+
+  pkcs11::Operation op;
+  op.set_name(frame.name);
+  build(op);
+
+  // Serialized once, straight into the buffer the transport sends.
+  const size_t size = op.ByteSizeLong();
+  if (size > INT32_MAX) return kTransportFailed;  // more than a frame can carry
+  std::unique_ptr<uint8_t[]> request(new uint8_t[size]);
+  op.SerializeWithCachedSizesToArray(request.get());
+  if (frame.sizeLine) QOR_LOGD(kClient, frame.sizeLine, static_cast<int>(size));
+  if (frame.beforeSend) QOR_LOGD(kClient, "%s", frame.beforeSend);
+
+  uint8_t* raw = nullptr;
+  uint32_t rawLen = 0;
+  const int rc = qorpkcs11_comm_client_execute_command(request.get(), static_cast<int32_t>(size),
+                                                       &raw, &rawLen);
+  std::unique_ptr<uint8_t, FreeDeleter> replyBytes(raw);
+  // A zero return without a buffer is the transport's "no reply" answer.
+  if (rc != 0 || !replyBytes || rawLen > INT_MAX) return kTransportFailed;
+
+  const char* name = frame.replyName ? frame.replyName : frame.name;
+  if (frame.afterSend) QOR_LOGD(kClient, "%s", frame.afterSend);
+  if (frame.success)
+    QOR_LOGD(kClient, "%s", frame.success);
+  else
+    QOR_LOGD(kClient, "%s Success", name);
+  QOR_LOGD(kClient, "%s response length = %d", name, static_cast<int>(rawLen));
+  const auto* text = reinterpret_cast<const char*>(replyBytes.get());
+  QOR_LOGD(kClient, "%s response = %.*s", name, static_cast<int>(strnlen(text, rawLen)), text);
+
+  // A partial parse is used as far as it got: rv reads 0 when absent and
+  // outputs come only from a response submessage that is present.
+  pkcs11::OperationResult result;
+  (void)result.ParsePartialFromArray(replyBytes.get(), static_cast<int>(rawLen));
+  CK_RV rv = static_cast<CK_RV>(result.rv());
+  const bool hasResponse = present(result);
+  if (frame.rvLine && (hasResponse || !frame.rvOnlyWithResponse))
+    QOR_LOGD(kClient, frame.rvLine, rv);
+  if (hasResponse) copy(result, rv);
+  return rv;
+}
+
+}  // namespace
+
+CK_RV run(const Frame& frame, BuildFn build, PresentFn present, CopyFn copy) noexcept {
+  try {
+    return exchange(frame, build, present, copy);
+  } catch (const std::bad_alloc&) {
+    return CKR_HOST_MEMORY;
+  } catch (...) {
+    return CKR_GENERAL_ERROR;
+  }
+}
+
+}  // namespace qor::client
