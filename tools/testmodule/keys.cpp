@@ -201,7 +201,8 @@ CK_RV C_UnwrapKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OB
     if (p.pX == nullptr) {
       p.ulXLen = 8;
     } else {
-      p.ulXLen = std::min<CK_ULONG>(p.ulXLen, 8);
+      const CK_ULONG asked = p.ulXLen;  // a copy: std::min binds references
+      p.ulXLen = std::min<CK_ULONG>(asked, 8);
       poke(p.pX, pattern(p.ulXLen, 0xA0).data(), p.ulXLen);
     }
     std::memcpy(pMechanism->pParameter, &p, sizeof p);

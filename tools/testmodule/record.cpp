@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <deque>
@@ -89,6 +90,31 @@ const Record* recordAt(int index) {
   return index >= 0 && static_cast<size_t>(index) < r.size() ? &r[static_cast<size_t>(index)] : nullptr;
 }
 
+// Where process_vm_readv/writev do not exist (qemu's user-mode emulator), a
+// pipe gives the same checked copy: write() and read() answer EFAULT where a
+// plain memcpy would fault. Chunks of PIPE_BUF never block.
+bool pipeCopy(void* to, const void* from, size_t n) {
+  int fds[2];
+  if (pipe(fds) != 0) return false;
+  auto src = static_cast<const char*>(from);
+  auto dst = static_cast<char*>(to);
+  bool ok = true;
+  for (size_t done = 0; ok && done < n;) {
+    const size_t chunk = std::min<size_t>(n - done, 4096);
+    ok = write(fds[1], src + done, chunk) == static_cast<ssize_t>(chunk) &&
+         read(fds[0], dst + done, chunk) == static_cast<ssize_t>(chunk);
+    done += chunk;
+  }
+  close(fds[0]);
+  close(fds[1]);
+  return ok;
+}
+
+bool checkedCopy(ssize_t copied, void* to, const void* from, size_t n) {
+  if (copied < 0 && errno == ENOSYS) return pipeCopy(to, from, n);
+  return copied == static_cast<ssize_t>(n);
+}
+
 }  // namespace
 
 bool peek(const void* from, void* to, size_t n) {
@@ -96,7 +122,7 @@ bool peek(const void* from, void* to, size_t n) {
   if (from == nullptr) return false;
   iovec local{to, n};
   iovec remote{const_cast<void*>(from), n};
-  return process_vm_readv(getpid(), &local, 1, &remote, 1, 0) == static_cast<ssize_t>(n);
+  return checkedCopy(process_vm_readv(getpid(), &local, 1, &remote, 1, 0), to, from, n);
 }
 
 bool poke(void* to, const void* from, size_t n) {
@@ -104,7 +130,7 @@ bool poke(void* to, const void* from, size_t n) {
   if (to == nullptr) return false;
   iovec local{const_cast<void*>(from), n};
   iovec remote{to, n};
-  return process_vm_writev(getpid(), &local, 1, &remote, 1, 0) == static_cast<ssize_t>(n);
+  return checkedCopy(process_vm_writev(getpid(), &local, 1, &remote, 1, 0), to, from, n);
 }
 
 std::string numberText(CK_ULONG v, bool hex) {

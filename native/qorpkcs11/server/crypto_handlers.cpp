@@ -1,0 +1,313 @@
+// Encryption, decryption, digest, signature and verification functions. The
+// families share one shape each; a row gives what differs.
+#include <algorithm>
+
+#include "qorpkcs11/server/handler.h"
+#include "qorpkcs11/server/marshal.h"
+
+using namespace qor::server;
+using pkcs11::Operation;
+using pkcs11::OperationResult;
+
+namespace {
+
+// Accessors of a generated message, as member pointers.
+template <typename M>
+using Bytes = const std::string& (M::*)() const;
+template <typename M>
+using Length = int32_t (M::*)() const;
+
+// A zeroed output buffer of the requested length for `module(out, &length)`,
+// then the output into the reply.
+template <typename Response, typename Module>
+CK_RV produce(Call& call, const Output<Response>& output, CK_ULONG capacity, Module module) {
+  Buffer out(capacity);
+  if (!out.ok()) return call.out_of_memory();
+  CK_ULONG length = capacity;
+  const CK_RV value = module(out.data(), &length);
+  answer(call, output, out, length);
+  return value;
+}
+
+// How the input buffer is sized.
+enum class Sizing {
+  kOwn,     // its own length
+  kOutput,  // the output's length, as for the multi-part and recover
+            // functions: filled from the input up to that length
+};
+
+// The handler's own log lines before the module call, given the request and
+// the input buffer.
+template <typename Request>
+using Notes = void (*)(const Request&, const void* input);
+
+using InOutFn = CK_RV (*)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR, CK_ULONG_PTR);
+
+// Input bytes in, output bytes out.
+template <typename Request, typename Response>
+struct InOut {
+  const char* name;
+  RequestField<Request> request;
+  Member<InOutFn> member;
+  Bytes<Request> input;
+  Length<Request> inputLength;
+  Length<Request> outputLength;
+  Sizing sizing;
+  Output<Response> output;
+  Notes<Request> notes;
+};
+
+template <typename Request, typename Response>
+std::string serve_in_out(const std::string& bytes, const InOut<Request, Response>& row) {
+  return serve(
+      bytes, row.name, row.request, RvLine::kGenerateResult,
+      [&row](const Request& req, Call& call) {
+        const std::string& input = (req.*row.input)();
+        const CK_ULONG inputLength = ul((req.*row.inputLength)());
+        const CK_ULONG outputLength = ul((req.*row.outputLength)());
+        if (!carries(input, inputLength)) return call.refuse();
+        // With shared sizing the module still reads inputLength
+        // bytes: past the output's length it finds zeros.
+        const bool shared = row.sizing == Sizing::kOutput;
+        Buffer in(shared ? std::max(inputLength, outputLength) : inputLength);
+        if (!in.ok()) return call.out_of_memory();
+        in.fill(input, shared ? outputLength : inputLength);
+        return produce(call, row.output, outputLength, [&](CK_BYTE_PTR out, CK_ULONG_PTR length) {
+          if (row.notes != nullptr) row.notes(req, in.data());
+          return call.invoke(row.member, ul(req.hsession()), in.data(), inputLength, out, length);
+        });
+      });
+}
+
+using FinalFn = CK_RV (*)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG_PTR);
+
+// Output bytes only.
+template <typename Request, typename Response>
+struct Final {
+  const char* name;
+  RequestField<Request> request;
+  Member<FinalFn> member;
+  Length<Request> outputLength;
+  Output<Response> output;
+  Notes<Request> notes;
+};
+
+template <typename Request, typename Response>
+std::string serve_final(const std::string& bytes, const Final<Request, Response>& row) {
+  return serve(bytes, row.name, row.request, RvLine::kGenerateResult,
+               [&row](const Request& req, Call& call) {
+                 return produce(call, row.output, ul((req.*row.outputLength)()),
+                                [&](CK_BYTE_PTR out, CK_ULONG_PTR length) {
+                                  if (row.notes != nullptr) row.notes(req, nullptr);
+                                  return call.invoke(row.member, ul(req.hsession()), out, length);
+                                });
+               });
+}
+
+using InputFn = CK_RV (*)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG);
+
+// Input bytes only: the updates without output and C_VerifyFinal.
+template <typename Request>
+std::string serve_input(const std::string& bytes, const char* name, RequestField<Request> field,
+                        Member<InputFn> member, Bytes<Request> input, Length<Request> inputLength,
+                        const char* inputName, bool checkedLine) {
+  return serve(bytes, name, field, RvLine::kGenerateResult, [&](const Request& req, Call& call) {
+    const std::string& data = (req.*input)();
+    const CK_ULONG length = ul((req.*inputLength)());
+    const Input in(data, length);
+    if (const CK_RV bad = in.status()) return call.decline(bad);
+    if (checkedLine) QOR_LOGD(kTag, "ckpFunctions not NULL");
+    QOR_LOGD(kTag, "%s set  = %u", inputName, address(in.data()));
+    return call.invoke(member, ul(req.hsession()), in.data(), length);
+  });
+}
+
+using InitFn = CK_RV (*)(CK_SESSION_HANDLE, CK_MECHANISM_PTR, CK_OBJECT_HANDLE);
+
+template <typename Request>
+std::string serve_init(const std::string& bytes, const char* name, RequestField<Request> field,
+                       Member<InitFn> member) {
+  return serve(bytes, name, field, RvLine::kGenerateResult,
+               [member](const Request& req, Call& call) {
+                 Mechanism mechanism;
+                 if (const CK_RV bad = mechanism.build(req.pmechanism())) return call.decline(bad);
+                 return call.invoke(member, ul(req.hsession()), mechanism.get(), ul(req.hkey()));
+               });
+}
+
+void checked() { QOR_LOGD(kTag, "ckpFunctions not NULL"); }
+void allocated() { QOR_LOGD(kTag, "sigdata memory allocated"); }
+void length_set(const char* what, int32_t length) {
+  QOR_LOGD(kTag, "%s set  = %u", what, ul(length));
+}
+void address_set(const char* what, const void* p) {
+  QOR_LOGD(kTag, "%s set  = %u", what, address(p));
+}
+
+// The lines some handlers log before calling the module.
+void decrypt_notes(const pkcs11::C_Decrypt& r, const void* in) {
+  length_set("decripted datalen", r.puldatalen());
+  length_set("encripted datalen", r.ulencrypteddatalen());
+  address_set("pdata", in);
+}
+void digest_notes(const pkcs11::C_Digest&, const void* in) { address_set("pdata", in); }
+void sign_notes(const pkcs11::C_Sign& r, const void*) {
+  checked();
+  length_set("datalen", r.uldatalen());
+  allocated();
+}
+void decrypt_update_notes(const pkcs11::C_DecryptUpdate& r, const void*) {
+  length_set("partlen", r.pulpartlen());
+  allocated();
+}
+void sign_recover_notes(const pkcs11::C_SignRecover& r, const void* in) {
+  checked();
+  length_set("datalen", r.uldatalen());
+  allocated();
+  address_set("pdata", in);
+}
+void verify_recover_notes(const pkcs11::C_VerifyRecover& r, const void* in) {
+  checked();
+  length_set("datalen", r.puldatalen());
+  allocated();
+  address_set("psignature", in);
+}
+void decrypt_final_notes(const pkcs11::C_DecryptFinal& r, const void*) {
+  length_set("lastpartlen", r.pullastpartlen());
+}
+void sign_final_notes(const pkcs11::C_SignFinal& r, const void*) {
+  checked();
+  length_set("datalen", r.pulsignaturelen());
+  allocated();
+}
+
+}  // namespace
+
+// One row per function: the request field, the input and output fields
+// (the reply names its output as the request does), the sizing, the word
+// that names the length in the log and the handler's own earlier lines.
+#define QOR_IN_OUT(op, field, in, inLength, out, outLength, sizing, word, notes) \
+  std::string op##_Server(const std::string& request) {                          \
+    using Request = pkcs11::op;                                                  \
+    using Response = pkcs11::op##_Response;                                      \
+    static const InOut<Request, Response> row{                                   \
+        #op,                                                                     \
+        &Operation::field,                                                       \
+        QOR_MEMBER(op),                                                          \
+        &Request::in,                                                            \
+        &Request::inLength,                                                      \
+        &Request::outLength,                                                     \
+        Sizing::sizing,                                                          \
+        {&OperationResult::mutable_##field##_response, &Response::mutable_##out, \
+         &Response::set_##outLength, word},                                      \
+        notes};                                                                  \
+    return serve_in_out(request, row);                                           \
+  }
+
+QOR_IN_OUT(C_Encrypt, c_encrypt, pdata, uldatalen, pencrypteddata, pulencrypteddatalen, kOwn,
+           "datalen", nullptr)
+QOR_IN_OUT(C_Decrypt, c_decrypt, pencrypteddata, ulencrypteddatalen, pdata, puldatalen, kOwn,
+           "datalen", decrypt_notes)
+QOR_IN_OUT(C_Digest, c_digest, pdata, uldatalen, pdigest, puldigestlen, kOwn, nullptr, digest_notes)
+QOR_IN_OUT(C_Sign, c_sign, pdata, uldatalen, psignature, pulsignaturelen, kOwn, "datalen",
+           sign_notes)
+QOR_IN_OUT(C_EncryptUpdate, c_encryptupdate, ppart, ulpartlen, pencryptedpart, pulencryptedpartlen,
+           kOutput, "partlen", nullptr)
+QOR_IN_OUT(C_DecryptUpdate, c_decryptupdate, pencryptedpart, ulencryptedpartlen, ppart, pulpartlen,
+           kOutput, "partlen", decrypt_update_notes)
+QOR_IN_OUT(C_SignRecover, c_signrecover, pdata, uldatalen, psignature, pulsignaturelen, kOutput,
+           "datalen", sign_recover_notes)
+QOR_IN_OUT(C_VerifyRecover, c_verifyrecover, psignature, ulsignaturelen, pdata, puldatalen, kOutput,
+           "datalen", verify_recover_notes)
+QOR_IN_OUT(C_DigestEncryptUpdate, c_digestencryptupdate, ppart, ulpartlen, pencryptedpart,
+           pulencryptedpartlen, kOutput, "datalen", nullptr)
+QOR_IN_OUT(C_DecryptDigestUpdate, c_decryptdigestupdate, pencryptedpart, ulencryptedpartlen, ppart,
+           pulpartlen, kOutput, "partlen", nullptr)
+QOR_IN_OUT(C_SignEncryptUpdate, c_signencryptupdate, ppart, ulpartlen, pencryptedpart,
+           pulencryptedpartlen, kOutput, "datalen", nullptr)
+QOR_IN_OUT(C_DecryptVerifyUpdate, c_decryptverifyupdate, pencryptedpart, ulencryptedpartlen, ppart,
+           pulpartlen, kOutput, "partlen", nullptr)
+#undef QOR_IN_OUT
+
+#define QOR_FINAL(op, field, out, outLength, word, notes)                        \
+  std::string op##_Server(const std::string& request) {                          \
+    using Request = pkcs11::op;                                                  \
+    using Response = pkcs11::op##_Response;                                      \
+    static const Final<Request, Response> row{                                   \
+        #op,                                                                     \
+        &Operation::field,                                                       \
+        QOR_MEMBER(op),                                                          \
+        &Request::outLength,                                                     \
+        {&OperationResult::mutable_##field##_response, &Response::mutable_##out, \
+         &Response::set_##outLength, word},                                      \
+        notes};                                                                  \
+    return serve_final(request, row);                                            \
+  }
+
+QOR_FINAL(C_EncryptFinal, c_encryptfinal, plastencryptedpart, pullastencryptedpartlen,
+          "lastpartlen", nullptr)
+QOR_FINAL(C_DecryptFinal, c_decryptfinal, plastpart, pullastpartlen, "lastpartlen",
+          decrypt_final_notes)
+QOR_FINAL(C_DigestFinal, c_digestfinal, pdigest, puldigestlen, nullptr, nullptr)
+QOR_FINAL(C_SignFinal, c_signfinal, psignature, pulsignaturelen, "datalen", sign_final_notes)
+#undef QOR_FINAL
+
+// Input only; the sign and verify ones also log that a module is there.
+#define QOR_INPUT(op, field, in, inLength, checkedLine)                                  \
+  std::string op##_Server(const std::string& request) {                                  \
+    return serve_input(request, #op, &Operation::field, QOR_MEMBER(op), &pkcs11::op::in, \
+                       &pkcs11::op::inLength, #in, checkedLine);                         \
+  }
+
+QOR_INPUT(C_DigestUpdate, c_digestupdate, ppart, ulpartlen, false)
+QOR_INPUT(C_SignUpdate, c_signupdate, ppart, ulpartlen, true)
+QOR_INPUT(C_VerifyUpdate, c_verifyupdate, ppart, ulpartlen, true)
+QOR_INPUT(C_VerifyFinal, c_verifyfinal, psignature, ulsignaturelen, true)
+#undef QOR_INPUT
+
+#define QOR_INIT(op, field)                                             \
+  std::string op##_Server(const std::string& request) {                 \
+    return serve_init(request, #op, &Operation::field, QOR_MEMBER(op)); \
+  }
+
+QOR_INIT(C_EncryptInit, c_encryptinit)
+QOR_INIT(C_DecryptInit, c_decryptinit)
+QOR_INIT(C_SignInit, c_signinit)
+QOR_INIT(C_VerifyInit, c_verifyinit)
+QOR_INIT(C_SignRecoverInit, c_signrecoverinit)
+QOR_INIT(C_VerifyRecoverInit, c_verifyrecoverinit)
+#undef QOR_INIT
+
+std::string C_DigestInit_Server(const std::string& request) {
+  return serve(request, "C_DigestInit", &Operation::c_digestinit, RvLine::kGenerateResult,
+               [](const pkcs11::C_DigestInit& req, Call& call) {
+                 Mechanism mechanism;
+                 if (const CK_RV bad = mechanism.build(req.pmechanism())) return call.decline(bad);
+                 return call.invoke(QOR_MEMBER(C_DigestInit), ul(req.hsession()), mechanism.get());
+               });
+}
+
+QOR_SERVE_HANDLES(C_DigestKey, c_digestkey, kGenerateResult, ul(req.hsession()), ul(req.hkey()))
+
+// The module checks the data against a zeroed buffer of the signature's
+// length, not the signature sent: deployed peers are served exactly so.
+std::string C_Verify_Server(const std::string& request) {
+  return serve(request, "C_Verify", &Operation::c_verify, RvLine::kGenerateResult,
+               [](const pkcs11::C_Verify& req, Call& call) {
+                 const CK_ULONG dataLength = ul(req.uldatalen());
+                 const Input data(req.pdata(), dataLength);
+                 if (const CK_RV bad = data.status()) return call.decline(bad);
+                 const Buffer signature(ul(req.ulsignaturelen()));
+                 if (!signature.ok()) return call.out_of_memory();
+                 const CK_RV value =
+                     call.invoke(QOR_MEMBER(C_Verify), ul(req.hsession()), data.data(), dataLength,
+                                 signature.data(), signature.size());
+                 answer(call,
+                        Output<pkcs11::C_Verify_Response>{
+                            &OperationResult::mutable_c_verify_response,
+                            &pkcs11::C_Verify_Response::mutable_psignature,
+                            &pkcs11::C_Verify_Response::set_ulsignaturelen, "siglen"},
+                        signature, signature.size());
+                 return value;
+               });
+}

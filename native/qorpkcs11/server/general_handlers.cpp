@@ -1,0 +1,340 @@
+// General-purpose, slot, token and session functions.
+#include <cstddef>
+#include <memory>
+
+#include "qorpkcs11/server/handler.h"
+#include "qorpkcs11/server/marshal.h"
+
+using namespace qor::server;
+using pkcs11::Operation;
+using pkcs11::OperationResult;
+
+namespace {
+
+// PINs go to the module straight from the request's bytes.
+CK_UTF8CHAR_PTR bytes_of(const std::string& field) {
+  return reinterpret_cast<CK_UTF8CHAR_PTR>(const_cast<char*>(field.data()));
+}
+
+void set_version(pkcs11::CK_VERSION* out, CK_VERSION version) {
+  out->set_major(version.major);
+  out->set_minor(version.minor);
+}
+
+// The text members of the info structures, bounded by the structure.
+template <typename Info>
+std::string text(const Info& info, size_t offset) {
+  return text_at(&info, sizeof(Info), offset);
+}
+
+// Slot and mechanism lists share one count protocol; only these differ.
+template <typename Response>
+struct ListKind {
+  Response* (OperationResult::*response)();
+  void (Response::*add)(int32_t);
+  const char* noList;
+  const char* created;
+  const char* item;
+  const char* nullList;
+};
+const ListKind<pkcs11::C_GetSlotList_Response> kSlots{
+    &OperationResult::mutable_c_getslotlist_response,
+    &pkcs11::C_GetSlotList_Response::add_pslotlist,
+    "slotidlist is 0",
+    "slotlist res created",
+    "slot id list",
+    "Slot list ptr NULL"};
+const ListKind<pkcs11::C_GetMechanismList_Response> kMechanisms{
+    &OperationResult::mutable_c_getmechanismlist_response,
+    &pkcs11::C_GetMechanismList_Response::add_pmechanismlist,
+    "mechanismlist is 0",
+    "mechanismlist res created",
+    "mech type list",
+    "Mechanism list ptr NULL"};
+
+// A request that sends at least one entry gets a buffer of `pulcount`
+// entries; one without entries asks the module for the count alone.
+template <typename Request, typename Response, typename Module>
+CK_RV serve_list(const ListKind<Response>& kind, bool present, const Request& request,
+                 int sentEntries, Call& call, Module module) {
+  QOR_LOGD(kTag, "ckpFunctions not null");
+  if (present) QOR_LOGD(kTag, "Already present");
+  CK_ULONG count = ul(request.pulcount());
+  std::unique_ptr<Ulongs> list;
+  if (sentEntries > 0) {
+    QOR_LOGD(kTag, "pulcount = %u", count);
+    list = std::make_unique<Ulongs>(count);
+  } else {
+    QOR_LOGD(kTag, "%s", kind.noList);
+  }
+  // Without memory for the list the call becomes a count query.
+  CK_ULONG* entries = list != nullptr && list->ok() ? list->data() : nullptr;
+  const CK_RV value = module(entries, &count);
+  QOR_LOGD(kTag, "rv = %u", value);
+  QOR_LOGD(kTag, "Generate_Operation_Result pul count = %u", count);
+
+  QOR_LOGD(kTag, "reached here");
+  Response* out = (call.result().*kind.response)();
+  QOR_LOGD(kTag, "%s", kind.created);
+  out->set_pulcount(wire(count));
+  QOR_LOGD(kTag, "reached here1 %d", static_cast<int>(count));
+  if (entries != nullptr) {
+    // A module answering CKR_BUFFER_TOO_SMALL may report more than fits.
+    const CK_ULONG copied = count < list->size() ? count : list->size();
+    for (CK_ULONG i = 0; i < copied; ++i) {
+      QOR_LOGD(kTag, "inside for");
+      QOR_LOGD(kTag, "%s = %d", kind.item, static_cast<int>(entries[i]));
+      (out->*kind.add)(wire(entries[i]));
+    }
+  } else {
+    QOR_LOGD(kTag, "%s", kind.nullList);
+  }
+  return value;
+}
+
+}  // namespace
+
+std::string C_Initialize_Server(const std::string& request) {
+  return serve(Parse::kNo, request, "C_Initialize", RvLine::kReturnValue,
+               [](Call& call) { return call.invoke(QOR_MEMBER(C_Initialize), CK_VOID_PTR{}); });
+}
+
+std::string C_Finalize_Server(const std::string& request) {
+  return serve(Parse::kNo, request, "C_Finalize", RvLine::kReturnValue,
+               [](Call& call) { return call.invoke(QOR_MEMBER(C_Finalize), CK_VOID_PTR{}); });
+}
+
+std::string C_GetInfo_Server(const std::string& request) {
+  return serve(Parse::kYes, request, "C_GetInfo", RvLine::kReturnValue, [](Call& call) {
+    CK_INFO info{};
+    const CK_RV value = call.invoke(QOR_MEMBER(C_GetInfo), &info);
+    QOR_LOGD(kTag, "C_GetInfo reached here");
+    pkcs11::CK_INFO* out = call.result().mutable_c_getinfo_response()->mutable_pinfo();
+    const CK_VERSION cryptoki = info.cryptokiVersion;
+    QOR_LOGD(kTag, "major = %d", cryptoki.major);
+    set_version(out->mutable_cryptokiversion(), cryptoki);
+    QOR_LOGD(kTag, "C_GetInfo set major");
+    set_version(out->mutable_libraryversion(), info.libraryVersion);
+    QOR_LOGD(kTag, "C_GetInfo set minor");
+    out->set_manufacturerid(text(info, offsetof(CK_INFO, manufacturerID)));
+    out->set_flags(info.flags);
+    out->set_librarydescription(text(info, offsetof(CK_INFO, libraryDescription)));
+    return value;
+  });
+}
+
+std::string C_GetSlotList_Server(const std::string& request) {
+  return serve(request, "C_GetSlotList", &Operation::c_getslotlist, RvLine::kOwn,
+               [](const pkcs11::C_GetSlotList& req, Call& call) {
+                 return serve_list(
+                     kSlots, operation.has_c_getslotlist(), req, req.pslotlist_size(), call,
+                     [&](CK_SLOT_ID_PTR list, CK_ULONG_PTR count) {
+                       const CK_BBOOL present = req.tokenpresent() ? CK_TRUE : CK_FALSE;
+                       return call.invoke(QOR_MEMBER(C_GetSlotList), present, list, count);
+                     });
+               });
+}
+
+std::string C_GetMechanismList_Server(const std::string& request) {
+  return serve(request, "C_GetMechanismList", &Operation::c_getmechanismlist, RvLine::kOwn,
+               [](const pkcs11::C_GetMechanismList& req, Call& call) {
+                 return serve_list(kMechanisms, operation.has_c_getmechanismlist(), req,
+                                   req.pmechanismlist_size(), call,
+                                   [&](CK_MECHANISM_TYPE_PTR list, CK_ULONG_PTR count) {
+                                     return call.invoke(QOR_MEMBER(C_GetMechanismList),
+                                                        ul(req.slotid()), list, count);
+                                   });
+               });
+}
+
+std::string C_GetSlotInfo_Server(const std::string& request) {
+  return serve(
+      request, "C_GetSlotInfo", &Operation::c_getslotinfo, RvLine::kOwn,
+      [](const pkcs11::C_GetSlotInfo& req, Call& call) {
+        CK_SLOT_INFO info{};
+        const CK_RV value = call.invoke(QOR_MEMBER(C_GetSlotInfo), ul(req.slotid()), &info);
+        QOR_LOGD(kTag, "C_GetSlotInfo rv = %u", value);
+        pkcs11::CK_SLOT_INFO* out = call.result().mutable_c_getslotinfo_response()->mutable_pinfo();
+        out->set_slotdescription(text(info, offsetof(CK_SLOT_INFO, slotDescription)));
+        out->set_manufacturerid(text(info, offsetof(CK_SLOT_INFO, manufacturerID)));
+        out->set_flags(info.flags);
+        set_version(out->mutable_hardwareversion(), info.hardwareVersion);
+        set_version(out->mutable_firmwareversion(), info.firmwareVersion);
+        return value;
+      });
+}
+
+std::string C_GetTokenInfo_Server(const std::string& request) {
+  return serve(request, "C_GetTokenInfo", &Operation::c_gettokeninfo, RvLine::kReturnValue,
+               [](const pkcs11::C_GetTokenInfo& req, Call& call) {
+                 CK_TOKEN_INFO info{};
+                 const CK_RV value =
+                     call.invoke(QOR_MEMBER(C_GetTokenInfo), ul(req.slotid()), &info);
+                 pkcs11::CK_TOKEN_INFO* out =
+                     call.result().mutable_c_gettokeninfo_response()->mutable_pinfo();
+                 out->set_label(text(info, offsetof(CK_TOKEN_INFO, label)));
+                 out->set_manufacturerid(text(info, offsetof(CK_TOKEN_INFO, manufacturerID)));
+                 out->set_model(text(info, offsetof(CK_TOKEN_INFO, model)));
+                 out->set_serialnumber(text(info, offsetof(CK_TOKEN_INFO, serialNumber)));
+                 out->set_flags(wire(info.flags));
+                 out->set_ulmaxsessioncount(wire(info.ulMaxSessionCount));
+                 out->set_ulsessioncount(wire(info.ulSessionCount));
+                 out->set_ulmaxrwsessioncount(wire(info.ulMaxRwSessionCount));
+                 out->set_ulrwsessioncount(wire(info.ulRwSessionCount));
+                 out->set_ulmaxpinlen(wire(info.ulMaxPinLen));
+                 out->set_ulminpinlen(wire(info.ulMinPinLen));
+                 out->set_ultotalpublicmemory(wire(info.ulTotalPublicMemory));
+                 out->set_ulfreepublicmemory(wire(info.ulFreePublicMemory));
+                 out->set_ultotalprivatememory(wire(info.ulTotalPrivateMemory));
+                 out->set_ulfreeprivatememory(wire(info.ulFreePrivateMemory));
+                 set_version(out->mutable_hardwareversion(), info.hardwareVersion);
+                 set_version(out->mutable_firmwareversion(), info.firmwareVersion);
+                 out->set_utctime(text(info, offsetof(CK_TOKEN_INFO, utcTime)));
+                 return value;
+               });
+}
+
+std::string C_GetMechanismInfo_Server(const std::string& request) {
+  return serve(request, "C_GetMechanismInfo", &Operation::c_getmechanisminfo, RvLine::kReturnValue,
+               [](const pkcs11::C_GetMechanismInfo& req, Call& call) {
+                 CK_MECHANISM_INFO info{};
+                 const CK_RV value = call.invoke(QOR_MEMBER(C_GetMechanismInfo), ul(req.slotid()),
+                                                 ul(req.type()), &info);
+                 pkcs11::CK_MECHANISM_INFO* out =
+                     call.result().mutable_c_getmechanisminfo_response()->mutable_pinfo();
+                 out->set_ulminkeysize(wire(info.ulMinKeySize));
+                 out->set_ulmaxkeysize(wire(info.ulMaxKeySize));
+                 out->set_flags(wire(info.flags));
+                 return value;
+               });
+}
+
+std::string C_InitToken_Server(const std::string& request) {
+  return serve(request, "C_InitToken", &Operation::c_inittoken, RvLine::kReturnValue,
+               [](const pkcs11::C_InitToken& req, Call& call) {
+                 if (!carries(req.ppin(), ul(req.ulpinlen()))) return call.refuse();
+                 // The module reads a 32-byte label; a shorter one is followed
+                 // by zeros (its terminator first), never by foreign memory.
+                 constexpr size_t kLabelSize = 32;
+                 const size_t size = req.plabel().size() + 1;
+                 Buffer label(static_cast<CK_ULONG>(size > kLabelSize ? size : kLabelSize));
+                 if (!label.ok()) return call.out_of_memory();
+                 label.fill(req.plabel());
+                 return call.invoke(QOR_MEMBER(C_InitToken), ul(req.slotid()), bytes_of(req.ppin()),
+                                    ul(req.ulpinlen()), label.data());
+               });
+}
+
+std::string C_InitPin_Server(const std::string& request) {
+  return serve(request, "C_InitPin", &Operation::c_initpin, RvLine::kReturnValue,
+               [](const pkcs11::C_InitPin& req, Call& call) {
+                 if (!carries(req.ppin(), ul(req.ulpinlen()))) return call.refuse();
+                 return call.invoke(QOR_MEMBER(C_InitPIN), ul(req.hsession()), bytes_of(req.ppin()),
+                                    ul(req.ulpinlen()));
+               });
+}
+
+std::string C_SetPin_Server(const std::string& request) {
+  return serve(request, "C_SetPin", &Operation::c_setpin, RvLine::kReturnValue,
+               [](const pkcs11::C_SetPin& req, Call& call) {
+                 if (!carries(req.poldpin(), ul(req.uloldlen())) ||
+                     !carries(req.pnewpin(), ul(req.ulnewlen())))
+                   return call.refuse();
+                 return call.invoke(QOR_MEMBER(C_SetPIN), ul(req.hsession()),
+                                    bytes_of(req.poldpin()), ul(req.uloldlen()),
+                                    bytes_of(req.pnewpin()), ul(req.ulnewlen()));
+               });
+}
+
+std::string C_Login_Server(const std::string& request) {
+  return serve(request, "C_Login", &Operation::c_login, RvLine::kReturnValue,
+               [](const pkcs11::C_Login& req, Call& call) {
+                 if (!carries(req.ppin(), ul(req.ulpinlen()))) return call.refuse();
+                 return call.invoke(QOR_MEMBER(C_Login), ul(req.hsession()), ul(req.usertype()),
+                                    bytes_of(req.ppin()), ul(req.ulpinlen()));
+               });
+}
+
+std::string C_OpenSession_Server(const std::string& request) {
+  return serve(request, "C_OpenSession", &Operation::c_opensession, RvLine::kOwn,
+               [](const pkcs11::C_OpenSession& req, Call& call) {
+                 QOR_LOGD(kTag, "ckpFunctions not null");
+                 if (operation.has_c_opensession()) QOR_LOGD(kTag, "Opensession instance present");
+                 QOR_LOGD(kTag, "Slot id  passed= %d", req.slotid());
+                 // No application pointer or callback: notifications cannot
+                 // cross the process boundary.
+                 CK_SESSION_HANDLE session = 0;
+                 const CK_RV value =
+                     call.invoke(QOR_MEMBER(C_OpenSession), ul(req.slotid()), ul(req.flags()),
+                                 CK_VOID_PTR{}, CK_NOTIFY{}, &session);
+                 QOR_LOGD(kTag, "return value = %u", value);
+                 if (session == 0) QOR_LOGD(kTag, "session from open session null");
+                 QOR_LOGD(kTag, "session = %u", session);
+                 call.result().mutable_c_opensession_response()->set_phsession(wire(session));
+                 return value;
+               });
+}
+
+std::string C_GetSessionInfo_Server(const std::string& request) {
+  return serve(request, "C_GetSessionInfo", &Operation::c_getsessioninfo, RvLine::kReturnValue,
+               [](const pkcs11::C_GetSessionInfo& req, Call& call) {
+                 CK_SESSION_INFO info{};
+                 const CK_RV value =
+                     call.invoke(QOR_MEMBER(C_GetSessionInfo), ul(req.hsession()), &info);
+                 pkcs11::CK_SESSION_INFO* out =
+                     call.result().mutable_c_getsessioninfo_response()->mutable_pinfo();
+                 out->set_slotid(wire(info.slotID));
+                 out->set_state(wire(info.state));
+                 out->set_flags(wire(info.flags));
+                 out->set_uldeviceerror(wire(info.ulDeviceError));
+                 return value;
+               });
+}
+
+std::string C_GetOperationState_Server(const std::string& request) {
+  return serve(
+      request, "C_GetOperationState", &Operation::c_getoperationstate, RvLine::kGenerateResult,
+      [](const pkcs11::C_GetOperationState& req, Call& call) {
+        Buffer state(ul(req.puloperationstatelen()));
+        if (!state.ok()) return call.out_of_memory();
+        CK_ULONG length = state.size();
+        const CK_RV value =
+            call.invoke(QOR_MEMBER(C_GetOperationState), ul(req.hsession()), state.data(), &length);
+        answer(call,
+               Output<pkcs11::C_GetOperationState_Response>{
+                   &OperationResult::mutable_c_getoperationstate_response,
+                   &pkcs11::C_GetOperationState_Response::mutable_poperationstate,
+                   &pkcs11::C_GetOperationState_Response::set_puloperationstatelen, "operstatelen"},
+               state, length);
+        return value;
+      });
+}
+
+std::string C_SetOperationState_Server(const std::string& request) {
+  return serve(request, "C_SetOperationState", &Operation::c_setoperationstate,
+               RvLine::kGenerateResult, [](const pkcs11::C_SetOperationState& req, Call& call) {
+                 const CK_ULONG length = ul(req.uloperationstatelen());
+                 const Input state(req.poperationstate(), length);
+                 if (const CK_RV bad = state.status()) return call.decline(bad);
+                 return call.invoke(QOR_MEMBER(C_SetOperationState), ul(req.hsession()),
+                                    state.data(), length, ul(req.hencryptionkey()),
+                                    ul(req.hauthenticationkey()));
+               });
+}
+
+std::string C_WaitForSlotEvent_Server(const std::string& request) {
+  return serve(request, "C_WaitForSlotEvent", &Operation::c_waitforslotevent, RvLine::kReturnValue,
+               [](const pkcs11::C_WaitForSlotEvent& req, Call& call) {
+                 // The slot is not put in the reply: deployed peers get name
+                 // and rv only and read the slot as 0.
+                 CK_SLOT_ID slot = 0;
+                 return call.invoke(QOR_MEMBER(C_WaitForSlotEvent), ul(req.flags()), &slot,
+                                    CK_VOID_PTR{});
+               });
+}
+
+QOR_SERVE_HANDLES(C_CloseSession, c_closesession, kReturnValue, ul(req.hsession()))
+QOR_SERVE_HANDLES(C_CloseAllSessions, c_closeallsessions, kReturnValue, ul(req.slotid()))
+QOR_SERVE_HANDLES(C_Logout, c_logout, kReturnValue, ul(req.hsession()))
+QOR_SERVE_HANDLES(C_GetFunctionStatus, c_getfunctionstatus, kReturnValue, ul(req.hsession()))
+QOR_SERVE_HANDLES(C_CancelFunction, c_cancelfunction, kReturnValue, ul(req.hsession()))

@@ -1,0 +1,143 @@
+#include "qorpkcs11/server/marshal.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "qorpkcs11/server/handler.h"
+
+namespace qor::server {
+
+std::string text_at(const void* structure, size_t structureSize, size_t memberOffset) {
+  const char* text = static_cast<const char*>(structure) + memberOffset;
+  return std::string(text, strnlen(text, structureSize - memberOffset));
+}
+
+void Buffer::fill(const std::string& source, CK_ULONG limit) {
+  const size_t count = std::min<size_t>({source.size(), size(), limit});
+  if (ok() && count != 0) std::memcpy(data(), source.data(), count);
+}
+
+std::string Buffer::head(CK_ULONG length) const {
+  if (!ok()) return {};
+  return std::string(reinterpret_cast<const char*>(data()), std::min(length, size()));
+}
+
+Input::Input(const std::string& field, CK_ULONG length)
+    : Buffer(carries(field, length) ? length : 0),
+      status_(!carries(field, length) ? CKR_ARGUMENTS_BAD
+              : ok()                  ? CKR_OK
+                                      : CKR_HOST_MEMORY) {
+  fill(field);
+}
+
+namespace {
+
+bool fits(const Attributes& messages, CK_ULONG count, Values use) {
+  if (count > static_cast<CK_ULONG>(messages.size())) return false;
+  for (CK_ULONG i = 0; i < count; ++i) {
+    const pkcs11::CK_ATTRIBUTE& m = messages.Get(static_cast<int>(i));
+    const bool read = use == Values::kAlways || (use == Values::kRead && m.has_pvalue());
+    if (read && !carries(m.pvalue(), m.ulvaluelen())) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+CK_RV Template::build(const Attributes& messages, CK_ULONG count, Values use, const char* label) {
+  if (!fits(messages, count, use)) return CKR_ARGUMENTS_BAD;
+  // Never a null array, also for no attributes: some modules refuse one.
+  records_.reserve(count == 0 ? 1 : count);
+  records_.assign(count, CK_ATTRIBUTE{});
+  values_.clear();
+  values_.resize(count);
+  for (CK_ULONG i = 0; i < count; ++i) {
+    const pkcs11::CK_ATTRIBUTE& m = messages.Get(static_cast<int>(i));
+    CK_ATTRIBUTE& record = records_[i];
+    QOR_LOGD(kTag, "Inside for");
+    if (use != Values::kAlways)
+      QOR_LOGD(kTag, "pvalue %s data = %.*s", label, shown(m.pvalue().size()), m.pvalue().data());
+    record.type = m.type();
+    QOR_LOGD(kTag, "attr_type set");
+    if (use == Values::kAlways || m.has_pvalue()) {
+      values_[i] = std::make_unique<Buffer>(m.ulvaluelen());
+      if (!values_[i]->ok()) return CKR_HOST_MEMORY;
+      values_[i]->fill(m.pvalue());
+      record.pValue = values_[i]->data();
+      if (use == Values::kAlways) {
+        QOR_LOGD(kTag, "attr_pvalue set = %.*s", shown(m.pvalue().size()), m.pvalue().data());
+      } else {
+        QOR_LOGD(kTag, "Inside if not NULL pdata");
+        QOR_LOGD(kTag, "length = %u", m.ulvaluelen());
+      }
+    }
+    record.ulValueLen = m.ulvaluelen();
+    QOR_LOGD(kTag, "attr_ulvaluelen set");
+  }
+  return CKR_OK;
+}
+
+void Template::log_records() const {
+  QOR_LOGD(kTag, "Generate_Operation_Result size of attr = %d",
+           static_cast<int>(sizeof(CK_ATTRIBUTE)));
+  for (size_t i = 0; i < records_.size(); ++i) {
+    const CK_ATTRIBUTE record = records_[i];
+    const Buffer* value = values_[i].get();
+    QOR_LOGD(kTag, "attr[i].type = %u", record.type);
+    if (value != nullptr)
+      QOR_LOGD(kTag, "attr_pvalue  = %.*s", shown(value->size()), value->data());
+    else
+      QOR_LOGD(kTag, "attr_pvalue  = %s", "(null)");
+    QOR_LOGD(kTag, "attr_ulvaluelen = %u", record.ulValueLen);
+  }
+}
+
+void Template::answer(Attributes* out) const {
+  for (size_t i = 0; i < records_.size(); ++i) {
+    const CK_ATTRIBUTE record = records_[i];
+    pkcs11::CK_ATTRIBUTE* m = out->Add();
+    m->set_type(record.type);
+    QOR_LOGD(kTag, "type set inside for = %u", record.type);
+    QOR_LOGD(kTag, "ulvaluelen set inside for = %u", record.ulValueLen);
+    if (record.pValue != nullptr) {
+      QOR_LOGD(kTag, "Inside response of if not null");
+      QOR_LOGD(kTag, "ulvaluelen converted = %d", static_cast<int>(record.ulValueLen));
+      if (record.ulValueLen != CK_UNAVAILABLE_INFORMATION) {
+        m->set_pvalue(values_[i]->head(record.ulValueLen));
+        m->set_ulvaluelen(record.ulValueLen);
+      } else {
+        // Deployed clients read an unavailable value asked for with a
+        // buffer as absent with length 0, not as -1.
+        QOR_LOGD(kTag, "Inside ulvaluelen is -1");
+        m->clear_pvalue();
+      }
+    } else {
+      m->set_ulvaluelen(record.ulValueLen);
+    }
+    QOR_LOGD(kTag, "ulvaluelen set inside for = %u", record.ulValueLen);
+  }
+}
+
+void Template::echo(Attributes* out) const {
+  for (size_t i = 0; i < records_.size(); ++i) {
+    const CK_ATTRIBUTE record = records_[i];
+    pkcs11::CK_ATTRIBUTE* m = out->Add();
+    m->set_type(record.type);
+    if (values_[i] != nullptr) m->set_pvalue(values_[i]->head(record.ulValueLen));
+    m->set_ulvaluelen(record.ulValueLen);
+  }
+}
+
+CK_RV Mechanism::build(const pkcs11::CK_MECHANISM& message) {
+  const CK_ULONG length = ul(message.ulparameterlen());
+  if (!carries(message.pparameter(), length)) return CKR_ARGUMENTS_BAD;
+  parameter_ = std::make_unique<Buffer>(length);
+  if (!parameter_->ok()) return CKR_HOST_MEMORY;
+  parameter_->fill(message.pparameter());
+  mechanism_.mechanism = ul(message.mechanism());
+  mechanism_.pParameter = parameter_->data();
+  mechanism_.ulParameterLen = length;
+  return CKR_OK;
+}
+
+}  // namespace qor::server

@@ -1,0 +1,136 @@
+// Turning request fields into what a module call takes: heap buffers,
+// attribute templates and mechanisms, always bounded by what the request
+// carries and never exposing stale heap bytes to the peer.
+#pragma once
+
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "qorpkcs11/pkcs11.h"
+#include "qorpkcs11/proto/pkcs11command.pb.h"
+
+namespace qor::server {
+
+using Attributes = google::protobuf::RepeatedPtrField<pkcs11::CK_ATTRIBUTE>;
+
+// Lengths and counts travel as int32; the module sees them as CK_ULONG.
+inline CK_ULONG ul(int32_t value) { return static_cast<CK_ULONG>(value); }
+inline CK_ULONG ul(int64_t value) { return static_cast<CK_ULONG>(value); }
+inline CK_ULONG ul(uint32_t value) { return value; }
+inline int32_t wire(CK_ULONG value) { return static_cast<int32_t>(value); }
+
+// True when a byte field holds at least the length the request declares for it.
+inline bool carries(const std::string& field, CK_ULONG declared) {
+  return declared <= field.size();
+}
+
+// Byte counts for "%.*s", so a log line never reads past a buffer.
+inline int shown(size_t size) { return size > INT_MAX ? INT_MAX : static_cast<int>(size); }
+
+// Buffer addresses are logged as numbers.
+inline unsigned address(const void* p) {
+  return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p));
+}
+
+// The text of a fixed-width character member, read like a C string but never
+// past the end of the structure that holds it.
+std::string text_at(const void* structure, size_t structureSize, size_t memberOffset);
+
+// Heap memory for a module call: zero-filled, so a module that writes less
+// than it was given sends zeros, not old heap contents; never null, also for
+// zero items; freed when it goes out of scope.
+template <typename T>
+class HeapArray {
+ public:
+  explicit HeapArray(CK_ULONG count)
+      : items_(static_cast<T*>(std::calloc(count == 0 ? 1 : count, sizeof(T)))), count_(count) {}
+
+  bool ok() const { return items_ != nullptr; }
+  T* data() const { return items_.get(); }
+  CK_ULONG size() const { return count_; }
+
+ private:
+  struct Free {
+    void operator()(T* p) const { std::free(p); }
+  };
+  std::unique_ptr<T, Free> items_;
+  CK_ULONG count_;
+};
+
+// Slot ids, mechanism types, object handles.
+using Ulongs = HeapArray<CK_ULONG>;
+
+class Buffer : public HeapArray<CK_BYTE> {
+ public:
+  using HeapArray::HeapArray;
+  // Copies as much of `source` as fits, at most `limit` bytes; the rest
+  // stays zero.
+  void fill(const std::string& source, CK_ULONG limit = CK_UNAVAILABLE_INFORMATION);
+  // The first `length` bytes, bounded by the allocation.
+  std::string head(CK_ULONG length) const;
+};
+
+// A copy of the first `length` bytes of a field the module reads as data.
+class Input : public Buffer {
+ public:
+  Input(const std::string& field, CK_ULONG length);
+  // CKR_ARGUMENTS_BAD when the field holds fewer bytes than that (nothing
+  // is copied then), CKR_HOST_MEMORY, else CKR_OK.
+  CK_RV status() const { return status_; }
+
+ private:
+  CK_RV status_;
+};
+
+// What the module does with a template's values.
+enum class Values {
+  kRead,     // inputs: the request must carry every declared byte
+  kWritten,  // C_GetAttributeValue: buffers the module fills
+  kAlways,   // C_FindObjectsInit: every record gets a buffer, value or not
+};
+
+// CK_ATTRIBUTE records rebuilt from the request's messages; owns the value
+// buffers.
+class Template {
+ public:
+  // CKR_ARGUMENTS_BAD when the count exceeds the messages or a value the
+  // module reads is shorter than declared; CKR_HOST_MEMORY; else CKR_OK.
+  // `label` names the records in the per-attribute log lines.
+  CK_RV build(const Attributes& messages, CK_ULONG count, Values use, const char* label);
+
+  CK_ATTRIBUTE_PTR records() { return records_.data(); }
+  CK_ULONG count() const { return static_cast<CK_ULONG>(records_.size()); }
+  const CK_ATTRIBUTE& record(size_t i) const { return records_[i]; }
+  const Buffer* value(size_t i) const { return values_[i].get(); }
+
+  // The records as the module left them, by the attribute round-trip rules:
+  // a value asked for comes back unless unavailable; a size query returns
+  // the length as set.
+  void answer(Attributes* out) const;
+  // Every record with its value bytes and length.
+  void echo(Attributes* out) const;
+  // The per-record lines logged just before the module call.
+  void log_records() const;
+
+ private:
+  std::vector<CK_ATTRIBUTE> records_;
+  std::vector<std::unique_ptr<Buffer>> values_;
+};
+
+// A CK_MECHANISM with its own copy of the opaque parameter bytes.
+class Mechanism {
+ public:
+  // CKR_ARGUMENTS_BAD when the parameter is shorter than declared.
+  CK_RV build(const pkcs11::CK_MECHANISM& message);
+  CK_MECHANISM_PTR get() { return &mechanism_; }
+
+ private:
+  std::unique_ptr<Buffer> parameter_;
+  CK_MECHANISM mechanism_{};
+};
+
+}  // namespace qor::server

@@ -1,0 +1,98 @@
+#include <cstdlib>
+#include <cstring>
+
+#include "qorpkcs11/comm/server.h"
+#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/server/handler.h"
+
+pkcs11::Operation operation;
+CK_RV rv = 0;
+CK_FUNCTION_LIST_PTR ckpFunctions = nullptr;
+char* mModuleName = nullptr;
+
+namespace qor::server {
+namespace {
+
+using Handler = std::string (*)(const std::string&);
+
+struct Route {
+  const char* name;
+  Handler handler;
+};
+
+const Route kRoutes[] = {
+#define QOR_ROUTE(op) {#op, op##_Server},
+    QOR_SERVER_OPERATIONS(QOR_ROUTE)
+#undef QOR_ROUTE
+};
+
+std::string dispatch(const std::string& request) {
+  const char* name = operation.name().c_str();
+  for (const Route& route : kRoutes) {
+    if (std::strcmp(name, route.name) == 0) {
+      QOR_LOGD(kTag, "Generate_Operation_Result %s", route.name);
+      return route.handler(request);
+    }
+  }
+  return {};
+}
+
+}  // namespace
+}  // namespace qor::server
+
+using qor::server::kTag;
+
+extern "C" {
+
+int qorpkcs11_init_server(const char* moduleName) {
+  QOR_LOGD(kTag, "server init");
+  setModuleName_Server(moduleName);
+  return qorpkcs11_comm_server_init(moduleName, Generate_Operation_Result_Server);
+}
+
+int qorpkcs11_server_deinit(void) { return qorpkcs11_comm_server_deinit(); }
+
+int32_t qorpkcs11_server_getLastUsageTime(void) {
+  QOR_LOGD(kTag, "server getLastUsageTime");
+  return qorpkcs11_comm_server_getLastUsageTime();
+}
+
+int setModuleName_Server(const char* name) {
+  QOR_LOGD(kTag, "%s...%s", "setModuleName_Server", name != nullptr ? name : "(null)");
+  if (name != nullptr) {
+    std::free(mModuleName);
+    mModuleName = strdup(name);
+  } else {
+    // Forgets the old name without freeing it: that leak is accepted
+    // behaviour for a null argument.
+    mModuleName = nullptr;
+  }
+  return 0;
+}
+
+int Generate_Operation_Result_Server(const void* in, int32_t len, void** out, uint32_t* outLen) {
+  const std::string request =
+      in != nullptr && len > 0 ? std::string(static_cast<const char*>(in), static_cast<size_t>(len))
+                               : std::string();
+  qor::server::parse_request(request);
+  // Looked up for every request, so a module connected or disconnected in
+  // between is seen at once.
+  ckpFunctions = getFunctionsByModule(mModuleName);
+  QOR_LOGD(kTag, "Operation name = %s", operation.name().c_str());
+
+  const std::string reply = qor::server::dispatch(request);
+
+  void* buffer = std::malloc(reply.size());
+  const uint32_t length = buffer != nullptr ? static_cast<uint32_t>(reply.size()) : 0;
+  if (length != 0) std::memcpy(buffer, reply.data(), length);
+  if (out != nullptr)
+    *out = buffer;
+  else
+    std::free(buffer);
+  if (outLen != nullptr) *outLen = length;
+  // The reply is binary and unterminated: print no more than it holds.
+  QOR_LOGD(kTag, "resp = %.*s", static_cast<int>(length), length != 0 ? reply.data() : "");
+  return 0;
+}
+
+}  // extern "C"
