@@ -1,0 +1,143 @@
+package com.qor.smartcard.pkcs11;
+
+import java.util.HashMap;
+import java.util.Map;
+
+/**
+ * A PKCS#11 function returned something other than {@code CKR_OK}.
+ *
+ * <p>The code is the module's {@code CK_RV} as an unsigned 32-bit value. When
+ * a call is carried to another process and the transport fails, the code is
+ * {@code 0xFFFFFFFF}, which no PKCS#11 module returns.
+ */
+public class PKCS11Exception extends Exception {
+  private static final long serialVersionUID = 1L;
+
+  private static final Map<Long, String> NAMES = new HashMap<>();
+
+  static {
+    NAMES.put(0x00000000L, "CKR_OK");
+    NAMES.put(0x00000001L, "CKR_CANCEL");
+    NAMES.put(0x00000002L, "CKR_HOST_MEMORY");
+    NAMES.put(0x00000003L, "CKR_SLOT_ID_INVALID");
+    NAMES.put(0x00000005L, "CKR_GENERAL_ERROR");
+    NAMES.put(0x00000006L, "CKR_FUNCTION_FAILED");
+    NAMES.put(0x00000007L, "CKR_ARGUMENTS_BAD");
+    NAMES.put(0x00000008L, "CKR_NO_EVENT");
+    NAMES.put(0x00000009L, "CKR_NEED_TO_CREATE_THREADS");
+    NAMES.put(0x0000000AL, "CKR_CANT_LOCK");
+    NAMES.put(0x00000010L, "CKR_ATTRIBUTE_READ_ONLY");
+    NAMES.put(0x00000011L, "CKR_ATTRIBUTE_SENSITIVE");
+    NAMES.put(0x00000012L, "CKR_ATTRIBUTE_TYPE_INVALID");
+    NAMES.put(0x00000013L, "CKR_ATTRIBUTE_VALUE_INVALID");
+    NAMES.put(0x00000020L, "CKR_DATA_INVALID");
+    NAMES.put(0x00000021L, "CKR_DATA_LEN_RANGE");
+    NAMES.put(0x00000030L, "CKR_DEVICE_ERROR");
+    NAMES.put(0x00000031L, "CKR_DEVICE_MEMORY");
+    NAMES.put(0x00000032L, "CKR_DEVICE_REMOVED");
+    NAMES.put(0x00000040L, "CKR_ENCRYPTED_DATA_INVALID");
+    NAMES.put(0x00000041L, "CKR_ENCRYPTED_DATA_LEN_RANGE");
+    NAMES.put(0x00000050L, "CKR_FUNCTION_CANCELED");
+    NAMES.put(0x00000051L, "CKR_FUNCTION_NOT_PARALLEL");
+    NAMES.put(0x00000054L, "CKR_FUNCTION_NOT_SUPPORTED");
+    NAMES.put(0x00000060L, "CKR_KEY_HANDLE_INVALID");
+    NAMES.put(0x00000062L, "CKR_KEY_SIZE_RANGE");
+    NAMES.put(0x00000063L, "CKR_KEY_TYPE_INCONSISTENT");
+    NAMES.put(0x00000064L, "CKR_KEY_NOT_NEEDED");
+    NAMES.put(0x00000065L, "CKR_KEY_CHANGED");
+    NAMES.put(0x00000066L, "CKR_KEY_NEEDED");
+    NAMES.put(0x00000067L, "CKR_KEY_INDIGESTIBLE");
+    NAMES.put(0x00000068L, "CKR_KEY_FUNCTION_NOT_PERMITTED");
+    NAMES.put(0x00000069L, "CKR_KEY_NOT_WRAPPABLE");
+    NAMES.put(0x0000006AL, "CKR_KEY_UNEXTRACTABLE");
+    NAMES.put(0x00000070L, "CKR_MECHANISM_INVALID");
+    NAMES.put(0x00000071L, "CKR_MECHANISM_PARAM_INVALID");
+    NAMES.put(0x00000082L, "CKR_OBJECT_HANDLE_INVALID");
+    NAMES.put(0x00000090L, "CKR_OPERATION_ACTIVE");
+    NAMES.put(0x00000091L, "CKR_OPERATION_NOT_INITIALIZED");
+    NAMES.put(0x000000A0L, "CKR_PIN_INCORRECT");
+    NAMES.put(0x000000A1L, "CKR_PIN_INVALID");
+    NAMES.put(0x000000A2L, "CKR_PIN_LEN_RANGE");
+    NAMES.put(0x000000A3L, "CKR_PIN_EXPIRED");
+    NAMES.put(0x000000A4L, "CKR_PIN_LOCKED");
+    NAMES.put(0x000000B0L, "CKR_SESSION_CLOSED");
+    NAMES.put(0x000000B1L, "CKR_SESSION_COUNT");
+    NAMES.put(0x000000B3L, "CKR_SESSION_HANDLE_INVALID");
+    NAMES.put(0x000000B4L, "CKR_SESSION_PARALLEL_NOT_SUPPORTED");
+    NAMES.put(0x000000B5L, "CKR_SESSION_READ_ONLY");
+    NAMES.put(0x000000B6L, "CKR_SESSION_EXISTS");
+    NAMES.put(0x000000B7L, "CKR_SESSION_READ_ONLY_EXISTS");
+    NAMES.put(0x000000B8L, "CKR_SESSION_READ_WRITE_SO_EXISTS");
+    NAMES.put(0x000000C0L, "CKR_SIGNATURE_INVALID");
+    NAMES.put(0x000000C1L, "CKR_SIGNATURE_LEN_RANGE");
+    NAMES.put(0x000000D0L, "CKR_TEMPLATE_INCOMPLETE");
+    NAMES.put(0x000000D1L, "CKR_TEMPLATE_INCONSISTENT");
+    NAMES.put(0x000000E0L, "CKR_TOKEN_NOT_PRESENT");
+    NAMES.put(0x000000E1L, "CKR_TOKEN_NOT_RECOGNIZED");
+    NAMES.put(0x000000E2L, "CKR_TOKEN_WRITE_PROTECTED");
+    NAMES.put(0x000000F0L, "CKR_UNWRAPPING_KEY_HANDLE_INVALID");
+    NAMES.put(0x000000F1L, "CKR_UNWRAPPING_KEY_SIZE_RANGE");
+    NAMES.put(0x000000F2L, "CKR_UNWRAPPING_KEY_TYPE_INCONSISTENT");
+    NAMES.put(0x00000100L, "CKR_USER_ALREADY_LOGGED_IN");
+    NAMES.put(0x00000101L, "CKR_USER_NOT_LOGGED_IN");
+    NAMES.put(0x00000102L, "CKR_USER_PIN_NOT_INITIALIZED");
+    NAMES.put(0x00000103L, "CKR_USER_TYPE_INVALID");
+    NAMES.put(0x00000104L, "CKR_USER_ANOTHER_ALREADY_LOGGED_IN");
+    NAMES.put(0x00000105L, "CKR_USER_TOO_MANY_TYPES");
+    NAMES.put(0x00000110L, "CKR_WRAPPED_KEY_INVALID");
+    NAMES.put(0x00000112L, "CKR_WRAPPED_KEY_LEN_RANGE");
+    NAMES.put(0x00000113L, "CKR_WRAPPING_KEY_HANDLE_INVALID");
+    NAMES.put(0x00000114L, "CKR_WRAPPING_KEY_SIZE_RANGE");
+    NAMES.put(0x00000115L, "CKR_WRAPPING_KEY_TYPE_INCONSISTENT");
+    NAMES.put(0x00000120L, "CKR_RANDOM_SEED_NOT_SUPPORTED");
+    NAMES.put(0x00000121L, "CKR_RANDOM_NO_RNG");
+    NAMES.put(0x00000130L, "CKR_DOMAIN_PARAMS_INVALID");
+    NAMES.put(0x00000150L, "CKR_BUFFER_TOO_SMALL");
+    NAMES.put(0x00000160L, "CKR_SAVED_STATE_INVALID");
+    NAMES.put(0x00000170L, "CKR_INFORMATION_SENSITIVE");
+    NAMES.put(0x00000180L, "CKR_STATE_UNSAVEABLE");
+    NAMES.put(0x00000190L, "CKR_CRYPTOKI_NOT_INITIALIZED");
+    NAMES.put(0x00000191L, "CKR_CRYPTOKI_ALREADY_INITIALIZED");
+    NAMES.put(0x000001A0L, "CKR_MUTEX_BAD");
+    NAMES.put(0x000001A1L, "CKR_MUTEX_NOT_LOCKED");
+    NAMES.put(0x00000200L, "CKR_FUNCTION_REJECTED");
+    NAMES.put(0x80000000L, "CKR_VENDOR_DEFINED");
+  }
+
+  /** The {@code CK_RV} that the module returned. */
+  protected final long errorCode;
+
+  /** @param errorCode the module's return value, unsigned */
+  public PKCS11Exception(long errorCode) {
+    super(describe(errorCode));
+    this.errorCode = errorCode;
+  }
+
+  /** @return the {@code CK_RV} that the module returned */
+  public long getErrorCode() {
+    return errorCode;
+  }
+
+  /**
+   * The name of a return value, such as {@code "CKR_PIN_INCORRECT"}, or null
+   * when it is not a standard one.
+   */
+  public static String nameOf(long errorCode) {
+    return NAMES.get(errorCode & 0xFFFFFFFFL);
+  }
+
+  private static String describe(long errorCode) {
+    String hex = String.format("0x%08X", errorCode & 0xFFFFFFFFL);
+    String name = nameOf(errorCode);
+    if (name != null) {
+      return name + " (" + hex + ")";
+    }
+    if ((errorCode & 0xFFFFFFFFL) == 0xFFFFFFFFL) {
+      return hex + " (no answer from the module's process)";
+    }
+    if ((errorCode & 0x80000000L) != 0) {
+      return "CKR_VENDOR_DEFINED+" + String.format("0x%X", (errorCode & 0x7FFFFFFFL));
+    }
+    return hex;
+  }
+}
