@@ -93,4 +93,11 @@ message(STATUS "Java VM for the target: ${QOR_HAVE_JVM}")
 # javac and jar run on the build machine; the jar suits every target.
 find_package(Java 17 COMPONENTS Development)
 
+# The translation modules (tools/abi) speak the platform's LP64 PKCS#11 ABI;
+# a 32-bit build has no platform module of that ABI to load.
+set(QOR_HAVE_PLATFORM_ABI OFF)
+if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+  set(QOR_HAVE_PLATFORM_ABI ON)
+endif()
+
 find_package(Threads REQUIRED)

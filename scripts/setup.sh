@@ -10,26 +10,54 @@ PACKAGES=(
   googletest libgtest-dev libgmock-dev
   openjdk-17-jdk-headless junit5
   clang libclang-rt-14-dev
+  softhsm2 opensc p11-kit
+  libbenchmark-dev
+  # 32-bit x86 (pointers of the device's size, run natively) and 32-bit ARM
+  # (run under qemu-arm): cross compilers plus the target's multiarch
+  # libraries. Protobuf headers and protoc are the host's, same version.
+  g++-i686-linux-gnu
+  libprotobuf-lite32:i386 android-liblog-dev:i386 libgtest-dev:i386 libgmock-dev:i386
+  g++-arm-linux-gnueabihf qemu-user
+  libprotobuf-lite32:armhf android-liblog-dev:armhf libgtest-dev:armhf libgmock-dev:armhf
 )
+FOREIGN_ARCHES=(i386 armhf)
+
+missing_arches=()
+for a in "${FOREIGN_ARCHES[@]}"; do
+  dpkg --print-foreign-architectures | grep -qx "$a" || missing_arches+=("$a")
+done
 
 missing=()
 for p in "${PACKAGES[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
 done
 
-if [ ${#missing[@]} -eq 0 ]; then
+if [ ${#missing[@]} -eq 0 ] && [ ${#missing_arches[@]} -eq 0 ]; then
   echo "setup: all ${#PACKAGES[@]} packages present"
   exit 0
 fi
 
 if [ "$(id -u)" -ne 0 ]; then
-  echo "setup: missing packages: ${missing[*]} (run as root to install them)" >&2
+  echo "setup: missing architectures: ${missing_arches[*]:-none}; packages: ${missing[*]:-none}" \
+       "(run as root to install them)" >&2
   exit 1
 fi
 
+for a in "${missing_arches[@]}"; do
+  dpkg --add-architecture "$a" || { echo "setup: dpkg --add-architecture $a failed" >&2; exit 1; }
+done
+
 echo "setup: installing ${missing[*]}"
 export DEBIAN_FRONTEND=noninteractive
-apt-get update -q || { echo "setup: apt-get update failed" >&2; exit 1; }
+# Three architectures' indices: a mirror mid-sync fails one now and then. A
+# list that stays stale shows up as an install failure below.
+updated=0
+for attempt in 1 2 3; do
+  if apt-get update -q; then updated=1; break; fi
+  echo "setup: apt-get update failed (attempt $attempt)" >&2
+  sleep 10
+done
+[ "$updated" -eq 1 ] || echo "setup: going on with the package lists apt has" >&2
 apt-get install -y -q --no-install-recommends "${missing[@]}" || {
   echo "setup: apt-get install failed for: ${missing[*]}" >&2; exit 1; }
 echo "setup: done"

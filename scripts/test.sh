@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# The one test command: set up, build normally and with ASan+UBSan, run ctest
-# in both. Stops at the first failure; the last line is ctest's summary.
+# The one test command: set up; build normally, with ASan+UBSan, for 32-bit
+# x86 and for 32-bit ARM, and configure+build the Android branch with a
+# stand-in toolchain; run ctest in the four test builds (ARM under qemu-arm).
+# Stops at the first failure; the last line is ctest's summary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -12,9 +14,21 @@ build() { # dir, extra cmake args...
   cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
   cmake --build "$dir" -j"$jobs"
 }
+toolchain() { echo "-DCMAKE_TOOLCHAIN_FILE=$PWD/cmake/toolchains/$1.cmake"; }
 
 build build
 build build-asan -DQOR_SANITIZE=ON
+# 4-byte pointers as on the device. No JVM runs there, so tests that host one
+# (JAVA_VM targets, the Java binding's JUnit classes) and the LP64 platform
+# ABI translation modules are left out of these two builds.
+build build-m32 "$(toolchain i686-linux-gnu)"
+build build-arm "$(toolchain arm-linux-gnueabihf)"
+# No NDK here: this keeps the Android branch of the build configuring and
+# compiling (clang, ARM, ANDROID set, NDK-like sysroot and protobuf prefix).
+build build-android "$(toolchain android-standin)" -DQOR_BUILD_TESTS=OFF \
+  -DQOR_PROTOBUF_PREFIX="$PWD/build-android/android-standin-protobuf"
 
+ctest --test-dir build-m32 -j"$jobs" --output-on-failure --timeout 300
+ctest --test-dir build-arm -j"$jobs" --output-on-failure --timeout 600
 ctest --test-dir build -j"$jobs" --output-on-failure --timeout 300
 ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 600
