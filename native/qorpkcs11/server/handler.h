@@ -1,5 +1,5 @@
 // The one shape every handler has: parse the request afresh, give up quietly
-// without a module, copy the request submessage, let the handler's own part
+// without a module, take the request submessage, let the handler's own part
 // call the module, then answer with the name, rv and whatever it added.
 #pragma once
 
@@ -86,13 +86,15 @@ std::string serve(Parse parse, const std::string& bytes, const char* name, RvLin
 template <typename Request>
 using RequestField = const Request& (pkcs11::Operation::*)() const;
 
-// body(const Request&, Call&) gets a copy of the handler's own submessage
-// (the default instance when absent, so every field reads as 0 or empty).
+// body(const Request&, Call&) gets the handler's own submessage (the default
+// instance when absent, so every field reads as 0 or empty). A reference, not
+// a copy: nothing re-parses the operation while a handler runs, and a copy
+// would cost a full pass over a large payload.
 template <typename Request, typename Body>
 std::string serve(const std::string& bytes, const char* name, RequestField<Request> field,
                   RvLine line, Body&& body) {
   return serve(Parse::kYes, bytes, name, line, [&](Call& call) {
-    const Request request = (operation.*field)();
+    const Request& request = (operation.*field)();
     return body(request, call);
   });
 }
@@ -109,8 +111,8 @@ struct Output {
 
 // As many bytes as the module reported, never more than its buffer holds,
 // and the length as reported.
-template <typename Response>
-void answer(Call& call, const Output<Response>& output, const Buffer& buffer, CK_ULONG length) {
+template <typename Response, typename Source>
+void answer(Call& call, const Output<Response>& output, const Source& buffer, CK_ULONG length) {
   Response* out = (call.result().*output.response)();
   *(out->*output.bytes)() = buffer.head(length);
   (out->*output.setLength)(wire(length));

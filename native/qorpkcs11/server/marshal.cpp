@@ -23,11 +23,16 @@ std::string Buffer::head(CK_ULONG length) const {
 }
 
 Input::Input(const std::string& field, CK_ULONG length)
-    : Buffer(carries(field, length) ? length : 0),
-      status_(!carries(field, length) ? CKR_ARGUMENTS_BAD
-              : ok()                  ? CKR_OK
-                                      : CKR_HOST_MEMORY) {
-  fill(field);
+    // The module's parameter is not const; what it might write lands in the
+    // request's own copy of the bytes, which nobody reads afterwards.
+    : data_(carries(field, length) ? reinterpret_cast<CK_BYTE*>(const_cast<char*>(field.data()))
+                                   : nullptr),
+      size_(data_ != nullptr ? length : 0),
+      status_(data_ != nullptr ? CKR_OK : CKR_ARGUMENTS_BAD) {}
+
+std::string Input::head(CK_ULONG length) const {
+  if (data_ == nullptr) return {};
+  return std::string(reinterpret_cast<const char*>(data_), std::min(length, size_));
 }
 
 namespace {

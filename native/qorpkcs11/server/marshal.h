@@ -74,15 +74,22 @@ class Buffer : public HeapArray<CK_BYTE> {
   std::string head(CK_ULONG length) const;
 };
 
-// A copy of the first `length` bytes of a field the module reads as data.
-class Input : public Buffer {
+// The first `length` bytes of a field the module reads as data, handed to it
+// in place: the parsed request outlives the module call and nothing else
+// touches it meanwhile, so a copy would only add a pass over the payload.
+class Input {
  public:
   Input(const std::string& field, CK_ULONG length);
-  // CKR_ARGUMENTS_BAD when the field holds fewer bytes than that (nothing
-  // is copied then), CKR_HOST_MEMORY, else CKR_OK.
+  // CKR_ARGUMENTS_BAD when the field holds fewer bytes than that, else CKR_OK.
   CK_RV status() const { return status_; }
+  // Never null when the status is CKR_OK.
+  CK_BYTE* data() const { return data_; }
+  // The first `length` bytes as they are now, bounded by the declared length.
+  std::string head(CK_ULONG length) const;
 
  private:
+  CK_BYTE* data_;
+  CK_ULONG size_;
   CK_RV status_;
 };
 

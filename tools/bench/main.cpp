@@ -1,0 +1,285 @@
+// qor_bench: the same small and large PKCS#11 calls timed along four paths
+// to one SoftHSM2 token (see docs/performance.md, run by scripts/bench.sh):
+//   direct  SoftHSM2 loaded in this process (platform ABI)
+//   qor     this library's client -> socket -> serving process -> bridge
+//   p11kit  p11-kit-client.so -> p11-kit server (P11_KIT_SERVER_ADDRESS)
+//   floor   the qor frames of each operation echoed over a bare socket
+// Options before the benchmark's own: --paths=direct,qor,p11kit,floor
+// --null-logger (every line loggable, handed to a logger that drops it),
+// --attached-server-thread (the serving thread attached to the VM for good).
+#include <android/log.h>
+#include <benchmark/benchmark.h>
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "abi.h"
+#include "qorpkcs11/client/proxy.h"
+#include "qorpkcs11/common/log.h"
+#include "servers.h"
+
+namespace qor::bench {
+namespace {
+
+[[noreturn]] void die(const std::string& what) {
+  std::fprintf(stderr, "qor_bench: %s\n", what.c_str());
+  std::exit(2);
+}
+
+enum class Op { kRandom32, kDigest1K, kDigest1M, kFind, kSign };
+struct OpInfo {
+  Op op;
+  const char* name;
+};
+const OpInfo kOps[] = {{Op::kRandom32, "GenerateRandom_32B"},
+                       {Op::kDigest1K, "Digest_SHA256_1KiB"},
+                       {Op::kDigest1M, "Digest_SHA256_1MiB"},
+                       {Op::kFind, "FindObjects_triple"},
+                       {Op::kSign, "Sign_RSA2048"}};
+
+const std::vector<unsigned char>& payload() {
+  static const std::vector<unsigned char> data = [] {
+    std::vector<unsigned char> d(1 << 20);
+    for (size_t i = 0; i < d.size(); ++i) d[i] = static_cast<unsigned char>(i * 31 + 7);
+    return d;
+  }();
+  return data;
+}
+
+constexpr char kKeyLabel[] = "bench-rsa";
+
+// A logged-in session on the token labelled "bench", in either ABI.
+template <class A>
+class Session {
+ public:
+  using UL = typename A::CK_ULONG;
+
+  explicit Session(typename A::CK_FUNCTION_LIST* f, const char* path) : f_(f) {
+    check(f_->C_Initialize(nullptr), path, "C_Initialize");
+    UL n = 16;
+    UL slots[16];
+    check(f_->C_GetSlotList(CK_TRUE, slots, &n), path, "C_GetSlotList");
+    UL slot = ~UL(0);
+    for (UL i = 0; i < n; ++i) {
+      typename A::CK_TOKEN_INFO info{};
+      if (f_->C_GetTokenInfo(slots[i], &info) == CKR_OK &&
+          std::memcmp(info.label, "bench ", 6) == 0)
+        slot = slots[i];
+    }
+    if (slot == ~UL(0)) die(std::string(path) + ": no token labelled bench");
+    check(f_->C_OpenSession(slot, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &s_),
+          path, "C_OpenSession");
+    unsigned char pin[] = {'1', '2', '3', '4'};
+    const auto rv = f_->C_Login(s_, CKU_USER, pin, 4);
+    if (rv != CKR_USER_ALREADY_LOGGED_IN) check(rv, path, "C_Login");
+    UL count = 0;
+    check(find(&key_, &count), path, "finding the key");
+    if (count != 1) die(std::string(path) + ": no private key labelled bench-rsa");
+  }
+
+  bool run(Op op) {
+    switch (op) {
+      case Op::kRandom32: {
+        unsigned char out[32];
+        return f_->C_GenerateRandom(s_, out, 32) == CKR_OK;
+      }
+      case Op::kDigest1K: return digest(1024);
+      case Op::kDigest1M: return digest(1 << 20);
+      case Op::kFind: {
+        typename A::CK_OBJECT_HANDLE h;
+        UL count = 0;
+        return find(&h, &count) == CKR_OK && count == 1;
+      }
+      case Op::kSign: {
+        typename A::CK_MECHANISM m{CKM_SHA256_RSA_PKCS, nullptr, 0};
+        unsigned char sig[256];
+        UL len = sizeof sig;
+        auto* data = const_cast<unsigned char*>(payload().data());
+        return f_->C_SignInit(s_, &m, key_) == CKR_OK &&
+               f_->C_Sign(s_, data, 32, sig, &len) == CKR_OK && len == 256;
+      }
+    }
+    return false;
+  }
+
+ private:
+  static void check(typename A::CK_RV rv, const char* path, const char* what) {
+    if (rv != CKR_OK) die(std::string(path) + ": " + what + " returned " + std::to_string(rv));
+  }
+
+  typename A::CK_RV find(typename A::CK_OBJECT_HANDLE* out, UL* count) {
+    UL cls = CKO_PRIVATE_KEY;
+    char label[sizeof kKeyLabel];
+    std::memcpy(label, kKeyLabel, sizeof label);
+    typename A::CK_ATTRIBUTE t[2] = {{CKA_CLASS, &cls, static_cast<UL>(sizeof cls)},
+                                     {CKA_LABEL, label, static_cast<UL>(sizeof kKeyLabel - 1)}};
+    auto rv = f_->C_FindObjectsInit(s_, t, 2);
+    if (rv != CKR_OK) return rv;
+    rv = f_->C_FindObjects(s_, out, 1, count);
+    const auto final_rv = f_->C_FindObjectsFinal(s_);
+    return rv != CKR_OK ? rv : final_rv;
+  }
+
+  bool digest(UL n) {
+    typename A::CK_MECHANISM m{CKM_SHA256, nullptr, 0};
+    unsigned char out[32];
+    UL len = sizeof out;
+    auto* data = const_cast<unsigned char*>(payload().data());
+    return f_->C_DigestInit(s_, &m) == CKR_OK && f_->C_Digest(s_, data, n, out, &len) == CKR_OK &&
+           len == 32;
+  }
+
+  typename A::CK_FUNCTION_LIST* f_;
+  typename A::CK_SESSION_HANDLE s_ = 0;
+  typename A::CK_OBJECT_HANDLE key_ = 0;
+};
+
+abi::Host::CK_FUNCTION_LIST* open_platform_module(const char* path) {
+  void* lib = ::dlopen(path, RTLD_LAZY | RTLD_LOCAL);
+  if (lib == nullptr) die(::dlerror());
+  auto get = reinterpret_cast<abi::Host::CK_C_GetFunctionList>(::dlsym(lib, "C_GetFunctionList"));
+  abi::Host::CK_FUNCTION_LIST* list = nullptr;
+  if (get == nullptr || get(&list) != CKR_OK) die(std::string("no function list in ") + path);
+  return list;
+}
+
+void register_path(const char* path, const std::function<bool(Op)>& run) {
+  for (const OpInfo& info : kOps) {
+    benchmark::RegisterBenchmark((std::string(info.name) + "/" + path).c_str(),
+                                 [run, op = info.op](benchmark::State& state) {
+                                   for (auto _ : state) {
+                                     if (!run(op)) {
+                                       state.SkipWithError("call failed");
+                                       break;
+                                     }
+                                   }
+                                 })
+        ->Unit(benchmark::kMicrosecond)
+        ->UseRealTime();
+  }
+}
+
+void count_line(const __android_logger_data*, const char*) {
+  LineCounts& counts = line_counts();
+  (in_serving_process() ? counts.server : counts.client).fetch_add(1, std::memory_order_relaxed);
+}
+
+// One debug line under the client's tag: what every log statement costs
+// when its line is not loggable (the check), or when it goes to the logger.
+void log_line(benchmark::State& state) {
+  int i = 0;
+  for (auto _ : state) QOR_LOGD(qor::log::kCommClient, "Bytes written:%d", ++i);
+  benchmark::DoNotOptimize(i);
+}
+
+bool wants(const std::string& paths, const char* path) {
+  return ("," + paths + ",").find(std::string(",") + path + ",") != std::string::npos;
+}
+
+}  // namespace
+}  // namespace qor::bench
+
+int main(int argc, char** argv) {
+  using namespace qor::bench;
+  std::string paths = "direct,qor,p11kit,floor";
+  bool attachOnce = false;
+  std::vector<char*> rest{argv[0]};
+  for (int i = 1; i < argc; ++i) {
+    if (std::strncmp(argv[i], "--paths=", 8) == 0) {
+      paths = argv[i] + 8;
+    } else if (std::strcmp(argv[i], "--null-logger") == 0) {
+      line_counts();  // shared before the serving process forks
+      __android_log_set_logger(count_line);
+      __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
+    } else if (std::strcmp(argv[i], "--attached-server-thread") == 0) {
+      attachOnce = true;
+    } else {
+      rest.push_back(argv[i]);
+    }
+  }
+  int rest_argc = static_cast<int>(rest.size());
+  benchmark::Initialize(&rest_argc, rest.data());
+
+  // Both serving processes fork before this one loads any module.
+  const std::string id = std::to_string(::getpid());
+  const bool remoted = wants(paths, "qor") || wants(paths, "floor");
+  std::unique_ptr<ServingProcess> serving;
+  std::unique_ptr<FloorServer> floorServer;
+  if (remoted) serving = std::make_unique<ServingProcess>("@qorbench-" + id, attachOnce);
+  if (wants(paths, "floor")) floorServer = std::make_unique<FloorServer>("@qorfloor-" + id);
+
+  std::unique_ptr<Session<qor::abi::Target>> qor;
+  if (remoted) {
+    for (int attempt = 0; qorpkcs11_client_init(("@qorbench-" + id).c_str()) != 0; ++attempt) {
+      if (attempt == 3000) die("cannot reach the serving process");
+      ::usleep(10000);
+    }
+    CK_FUNCTION_LIST_PTR list = nullptr;
+    C_GetFunctionList(&list);
+    qor = std::make_unique<Session<qor::abi::Target>>(list, "qor");
+  }
+  if (wants(paths, "direct")) {
+    auto direct = std::make_shared<Session<qor::abi::Host>>(
+        open_platform_module("/usr/lib/softhsm/libsofthsm2.so"), "direct");
+    register_path("direct", [direct](Op op) { return direct->run(op); });
+  }
+  if (wants(paths, "qor")) {
+    Session<qor::abi::Target>* s = qor.get();
+    register_path("qor", [s](Op op) { return s->run(op); });
+  }
+  if (wants(paths, "p11kit")) {
+    if (std::getenv("P11_KIT_SERVER_ADDRESS") == nullptr) die("P11_KIT_SERVER_ADDRESS is not set");
+    auto remote = std::make_shared<Session<qor::abi::Host>>(
+        open_platform_module("/usr/lib/x86_64-linux-gnu/pkcs11/p11-kit-client.so"), "p11kit");
+    register_path("p11kit", [remote](Op op) { return remote->run(op); });
+  }
+  // Each operation once on the qor path: the frames it sends (replayed by
+  // the floor) and how many log statements it passes in each process.
+  std::vector<std::vector<Exchange>> frames;
+  if (remoted) {
+    for (const OpInfo& info : kOps) {
+      serving->resetExchanges();
+      line_counts().client = 0;
+      line_counts().server = 0;
+      if (!qor->run(info.op)) die(std::string("qor: ") + info.name + " failed");
+      frames.push_back(serving->exchanges());
+      std::string seen;
+      for (const Exchange& e : frames.back())
+        seen += std::to_string(e.request) + ">" + std::to_string(e.reply) + " ";
+      seen += "lines " + std::to_string(line_counts().client.load()) + "+" +
+              std::to_string(line_counts().server.load());
+      benchmark::AddCustomContext(std::string("probe ") + info.name, seen);
+    }
+    benchmark::RegisterBenchmark("LogLine/qor", log_line);
+  }
+  if (wants(paths, "floor")) {
+    auto client = std::make_shared<FloorClient>("@qorfloor-" + id);
+    if (!client->ok()) die("cannot reach the floor server");
+    for (size_t k = 0; k < std::size(kOps); ++k) {
+      benchmark::RegisterBenchmark((std::string(kOps[k].name) + "/floor").c_str(),
+                                   [client, sent = frames[k]](benchmark::State& state) {
+                                     for (auto _ : state) {
+                                       for (const Exchange& e : sent) {
+                                         if (!client->exchange(e)) {
+                                           state.SkipWithError("floor exchange failed");
+                                           return;
+                                         }
+                                       }
+                                     }
+                                   })
+          ->Unit(benchmark::kMicrosecond)
+          ->UseRealTime();
+    }
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
