@@ -23,18 +23,8 @@ user() { tool --login --pin 1234 "$@"; }
 printf 'hello, translated world' >"$work/data"
 iv=000102030405060708090a0b0c0d0e0f
 
-passed=0
-failed=0
-check() { # name, shell condition
-  if (eval "$2") >"$work/out" 2>&1; then
-    passed=$((passed + 1))
-    echo "ok: $1"
-  else
-    failed=$((failed + 1))
-    echo "FAILED: $1"
-    sed 's/^/    /' "$work/out" "$work/stderr"
-  fi
-}
+# shellcheck source=../support/checks.sh
+source "$(dirname "$0")/../support/checks.sh"
 
 check "library info" "tool --show-info | grep -q 'Manufacturer *SoftHSM'"
 check "slots" "tool --list-slots | grep -q 'token label *: test'"
@@ -76,5 +66,4 @@ check "hash SHA256" "[ \"\$(tool --hash -m SHA256 -i $work/data | od -An -tx1 | 
 check "random" "[ \"\$(tool --generate-random 32 | wc -c)\" -eq 32 ]"
 check "wrong PIN refused" "! tool --login --pin 9999 --list-objects && grep -q CKR_PIN_INCORRECT $work/stderr"
 
-echo "$passed passed, $failed failed"
-[ "$failed" -eq 0 ]
+checks_done
