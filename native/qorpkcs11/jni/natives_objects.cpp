@@ -10,7 +10,10 @@ namespace {
 
 // The output side of C_GetAttributeValue: one zeroed record per requested
 // type and the buffers this native allocated for the values. Values are read
-// back through the buffers we own, never through pointers a module wrote.
+// back through the buffers we own, never through pointers a module wrote,
+// and by the types we asked for, never by types a module wrote: in the
+// calling process the module is the client proxy, and what it writes comes
+// from the peer.
 class ValueBuffers {
  public:
   ~ValueBuffers() {
@@ -22,13 +25,15 @@ class ValueBuffers {
     records_.reset(zeroAlloc<CK_ATTRIBUTE>(count_));
     owned_.reset(zeroAlloc<void*>(count_));
     capacity_.reset(zeroAlloc<CK_ULONG>(count_));
-    if (!records_ || !owned_ || !capacity_) {
+    types_.reset(zeroAlloc<CK_ATTRIBUTE_TYPE>(count_));
+    if (!records_ || !owned_ || !capacity_ || !types_) {
       throwOutOfMemoryError(env);
       return false;
     }
     for (CK_ULONG i = 0; i < count_; ++i) {
       const CK_ATTRIBUTE a = request.get()[i];
       records_.get()[i].type = a.type;
+      types_.get()[i] = a.type;
     }
     return true;
   }
@@ -39,7 +44,8 @@ class ValueBuffers {
   bool allocate(JNIEnv* env) {
     for (CK_ULONG i = 0; i < count_; ++i) {
       CK_ATTRIBUTE& r = records_.get()[i];
-      const CK_ATTRIBUTE_TYPE type = r.type;
+      const CK_ATTRIBUTE_TYPE type = types_.get()[i];
+      r.type = type;
       const CK_ULONG length = r.ulValueLen;
       if (length == CK_UNAVAILABLE_INFORMATION) continue;
       size_t bytes = isTemplateAttribute(type) ? static_cast<size_t>(length) * sizeof(CK_ATTRIBUTE) : length;
@@ -55,13 +61,22 @@ class ValueBuffers {
     return true;
   }
 
-  // The attribute as Java should see it: our buffer, at most as long as it is.
-  CK_ATTRIBUTE result(CK_ULONG i) const {
+  // The attribute as Java should see it: the type asked for, our buffer, at
+  // most as long as it is. Of a nested template only the records are ours;
+  // the value pointers in them were written by the module, so the nested
+  // values read as absent (a conforming module leaves them null anyway: it
+  // was given none).
+  CK_ATTRIBUTE result(CK_ULONG i) {
     CK_ATTRIBUTE a = records_.get()[i];
     const CK_ULONG reported = a.ulValueLen;
+    a.type = types_.get()[i];
     a.pValue = owned_.get()[i];
     a.ulValueLen = reported < capacity_.get()[i] ? reported : capacity_.get()[i];
     if (reported == CK_UNAVAILABLE_INFORMATION) a.pValue = nullptr;
+    if (a.pValue != nullptr && isTemplateAttribute(a.type)) {
+      auto* nested = static_cast<CK_ATTRIBUTE*>(a.pValue);
+      for (CK_ULONG k = 0; k < a.ulValueLen; ++k) nested[k].pValue = nullptr;
+    }
     return a;
   }
 
@@ -73,6 +88,7 @@ class ValueBuffers {
   HeapPtr<CK_ATTRIBUTE> records_;
   HeapPtr<void*> owned_;
   HeapPtr<CK_ULONG> capacity_;
+  HeapPtr<CK_ATTRIBUTE_TYPE> types_;
 };
 
 void logTemplateValues(const CkTemplate& t) {

@@ -47,6 +47,18 @@ bool fits(const Attributes& messages, CK_ULONG count, Values use) {
   return true;
 }
 
+// A nested template (wrap, unwrap or derive) travels as the peer's own
+// CK_ATTRIBUTE records, whose value pointers point into the peer's memory.
+// The module must never follow them: each nested record reaches it with its
+// type and length and no value, as in a length query.
+constexpr CK_ATTRIBUTE_TYPE kDeriveTemplate = CKF_ARRAY_ATTRIBUTE | 0x00000213u;
+
+void drop_peer_pointers(Buffer& value, CK_ATTRIBUTE_TYPE type) {
+  if (type != CKA_WRAP_TEMPLATE && type != CKA_UNWRAP_TEMPLATE && type != kDeriveTemplate) return;
+  auto* nested = reinterpret_cast<CK_ATTRIBUTE*>(value.data());
+  for (CK_ULONG k = 0; k < value.size() / sizeof(CK_ATTRIBUTE); ++k) nested[k].pValue = nullptr;
+}
+
 }  // namespace
 
 CK_RV Template::build(const Attributes& messages, CK_ULONG count, Values use, const char* label) {
@@ -68,6 +80,7 @@ CK_RV Template::build(const Attributes& messages, CK_ULONG count, Values use, co
       values_[i] = std::make_unique<Buffer>(m.ulvaluelen());
       if (!values_[i]->ok()) return CKR_HOST_MEMORY;
       values_[i]->fill(m.pvalue());
+      drop_peer_pointers(*values_[i], record.type);
       record.pValue = values_[i]->data();
       if (use == Values::kAlways) {
         QOR_LOGD(kTag, "attr_pvalue set = %.*s", shown(m.pvalue().size()), m.pvalue().data());
