@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The one test command: set up; build normally, with ASan+UBSan, for 32-bit
 # x86 and for 32-bit ARM, and configure+build the Android branch with a
-# stand-in toolchain; run ctest in the four test builds (ARM under qemu-arm).
+# stand-in toolchain; build the fuzzers with clang; run ctest in the four
+# test builds (ARM under qemu-arm) and a short run of each fuzzer.
 # Stops at the first failure; the last line is ctest's summary.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -27,8 +28,14 @@ build build-arm "$(toolchain arm-linux-gnueabihf)"
 # compiling (clang, ARM, ANDROID set, NDK-like sysroot and protobuf prefix).
 build build-android "$(toolchain android-standin)" -DQOR_BUILD_TESTS=OFF \
   -DQOR_PROTOBUF_PREFIX="$PWD/build-android/android-standin-protobuf"
+# The libFuzzer targets (clang, instrumented, their own build): a few
+# seconds of each runs as a ctest test.
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DQOR_FUZZ=ON -DQOR_BUILD_TESTS=OFF >/dev/null
+cmake --build build-fuzz --target fuzz -j"$jobs"
 
 ctest --test-dir build-m32 -j"$jobs" --output-on-failure --timeout 300
 ctest --test-dir build-arm -j"$jobs" --output-on-failure --timeout 600
+ctest --test-dir build-fuzz/tools/fuzz -j"$jobs" --output-on-failure
 ctest --test-dir build -j"$jobs" --output-on-failure --timeout 300
 ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 600
