@@ -22,14 +22,17 @@ PACKAGES=(
 )
 FOREIGN_ARCHES=(i386 armhf)
 
+# Read the list whole first: grep -q quitting early would hand dpkg a
+# SIGPIPE, which pipefail reports as a missing architecture.
+foreign=$(dpkg --print-foreign-architectures)
 missing_arches=()
 for a in "${FOREIGN_ARCHES[@]}"; do
-  dpkg --print-foreign-architectures | grep -qx "$a" || missing_arches+=("$a")
+  grep -qx "$a" <<<"$foreign" || missing_arches+=("$a")
 done
 
 missing=()
 for p in "${PACKAGES[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+  [ "$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null)" = "install ok installed" ] || missing+=("$p")
 done
 
 if [ ${#missing[@]} -eq 0 ] && [ ${#missing_arches[@]} -eq 0 ]; then
