@@ -32,7 +32,8 @@ done
 
 missing=()
 for p in "${PACKAGES[@]}"; do
-  [ "$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null)" = "install ok installed" ] || missing+=("$p")
+  status=$(dpkg-query -W -f='${Status}\n' "$p" 2>/dev/null || true)
+  grep -q 'install ok installed' <<<"$status" || missing+=("$p")
 done
 
 if [ ${#missing[@]} -eq 0 ] && [ ${#missing_arches[@]} -eq 0 ]; then
