@@ -37,6 +37,18 @@ std::string dispatch(const std::string& request) {
   return {};
 }
 
+std::string serve_request(const void* in, int32_t len) {
+  const std::string request =
+      in != nullptr && len > 0 ? std::string(static_cast<const char*>(in), static_cast<size_t>(len))
+                               : std::string();
+  parse_request(request);
+  // Looked up for every request, so a module connected or disconnected in
+  // between is seen at once.
+  ckpFunctions = getFunctionsByModule(mModuleName);
+  QOR_LOGD(kTag, "Operation name = %s", operation.name().c_str());
+  return dispatch(request);
+}
+
 }  // namespace
 }  // namespace qor::server
 
@@ -89,16 +101,17 @@ void keepServingThreadAttached() {
 
 int Generate_Operation_Result_Server(const void* in, int32_t len, void** out, uint32_t* outLen) {
   keepServingThreadAttached();
-  const std::string request =
-      in != nullptr && len > 0 ? std::string(static_cast<const char*>(in), static_cast<size_t>(len))
-                               : std::string();
-  qor::server::parse_request(request);
-  // Looked up for every request, so a module connected or disconnected in
-  // between is seen at once.
-  ckpFunctions = getFunctionsByModule(mModuleName);
-  QOR_LOGD(kTag, "Operation name = %s", operation.name().c_str());
-
-  const std::string reply = qor::server::dispatch(request);
+  std::string reply;
+  try {
+    reply = qor::server::serve_request(in, len);
+  } catch (...) {
+    // Nothing may cross into the transport thread, where it would end the
+    // process: a request whose answer cannot be built (memory for a reply as
+    // large as the peer asked for, say) gets the empty reply of any request
+    // the server cannot serve.
+    QOR_LOGD(kTag, "request not served: no memory for its answer");
+    reply.clear();
+  }
 
   void* buffer = std::malloc(reply.size());
   const uint32_t length = buffer != nullptr ? static_cast<uint32_t>(reply.size()) : 0;
