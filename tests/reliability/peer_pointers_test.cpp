@@ -3,16 +3,13 @@
 // CK_ATTRIBUTE records, value pointers included, and a module that follows
 // them would read or write the serving process's memory wherever the peer
 // pointed.
-#include <android/log.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <string>
 
-#include "jvm.h"
-#include "qorpkcs11/server/server.h"
-#include "testmodule.h"
+#include "replaced_entries.h"
 
 namespace qor::test {
 namespace {
@@ -61,20 +58,11 @@ void PrintTo(const PointerCase& c, std::ostream* os) { *os << c.name; }
 class PeerPointerTest : public ::testing::TestWithParam<PointerCase> {
  protected:
   void SetUp() override {
-    __android_log_set_minimum_priority(ANDROID_LOG_INFO);
-    ASSERT_TRUE(module_.ok()) << module_.error();
-    functions_ = *module_.functions();
-    functions_.C_CreateObject = create;
-    functions_.C_GetAttributeValue = getAttributes;
-    ensure_registry_lock();
-    registration_ = std::make_unique<Registration>(kName, &functions_);
-    setModuleName_Server(kName);
+    served_.functions().C_CreateObject = create;
+    served_.functions().C_GetAttributeValue = getAttributes;
   }
 
-  static constexpr const char* kName = "@qor-peer-pointers";
-  TestModule module_{QOR_TESTMODULE_PATH};
-  CK_FUNCTION_LIST functions_;
-  std::unique_ptr<Registration> registration_;
+  ReplacedEntries served_{"@qor-peer-pointers"};
 };
 
 TEST_P(PeerPointerTest, NestedRecordsReachTheModuleWithTypeAndLengthButNoValue) {
@@ -94,12 +82,7 @@ TEST_P(PeerPointerTest, NestedRecordsReachTheModuleWithTypeAndLengthButNoValue) 
   a->set_pvalue(peerRecords());
   a->set_ulvaluelen(static_cast<uint32_t>(peerRecords().size()));
 
-  const std::string request = op.SerializeAsString();
-  void* out = nullptr;
-  uint32_t outLen = 0;
-  ASSERT_EQ(0, Generate_Operation_Result_Server(request.data(), static_cast<int32_t>(request.size()), &out,
-                                                &outLen));
-  std::free(out);
+  EXPECT_FALSE(process(op).empty());
   ASSERT_EQ(1, gSeen.calls);
   EXPECT_EQ(CKA_VALUE, gSeen.nested[0].type);
   EXPECT_EQ(16u, gSeen.nested[0].ulValueLen);

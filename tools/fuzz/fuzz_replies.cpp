@@ -21,7 +21,7 @@
 // processes this runs in on devices: a length from the wire then takes the
 // failure path instead of slowing the search down.
 extern "C" const char* __asan_default_options() {
-  return "allocator_may_return_null=1:max_allocation_size_mb=256";
+  return "allocator_may_return_null=1:max_allocation_size_mb=256:alloc_dealloc_mismatch=0";
 }
 
 namespace {

@@ -6,7 +6,7 @@
 // processes this runs in on devices: requests for huge buffers then take the
 // failure paths instead of slowing the search down.
 extern "C" const char* __asan_default_options() {
-  return "handle_segv=0:allow_user_segv_handler=1:allocator_may_return_null=1:max_allocation_size_mb=256";
+  return "handle_segv=0:allow_user_segv_handler=1:allocator_may_return_null=1:max_allocation_size_mb=256:alloc_dealloc_mismatch=0";
 }
 
 // What the VM and its native libraries allocate they keep in memory that
