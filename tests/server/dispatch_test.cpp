@@ -122,6 +122,13 @@ TEST_F(ServerTest, NamesOutsideTheTableGetAnEmptyReplyAndNoModuleCall) {
   EXPECT_EQ(0, module_.count());
 }
 
+TEST_F(ServerTest, NameEndsAtItsFirstZeroByte) {
+  EXPECT_EQ("C_Logout", serve(request(std::string("C_Logout\0junk", 13))).name());
+  EXPECT_EQ(1, module_.count());
+  EXPECT_EQ("", process(request(std::string("\0C_Logout", 9)).SerializeAsString()));
+  EXPECT_EQ(1, module_.count());
+}
+
 TEST_F(ServerTest, UnregisteredModuleGetsEmptyRepliesToEverything) {
   setModuleName_Server("@nobody-registered");
   for (const Route& route : kRoutes)
@@ -145,6 +152,19 @@ TEST_F(ServerTest, ReplyIsExactlyTheSerializedResult) {
                                                     o.mutable_c_logout()->set_hsession(3);
                                                   }).SerializeAsString()));
   EXPECT_EQ("C_Logout(hSession=3)", module_.call(0));
+}
+
+TEST_F(ServerTest, HandlerCalledDirectlyParsesItsOwnRequest) {
+  const auto logout = [](CK_SESSION_HANDLE h) {
+    return request("C_Logout", [h](pkcs11::Operation& o) { o.mutable_c_logout()->set_hsession(h); })
+        .SerializeAsString();
+  };
+  process(logout(3));
+  pkcs11::OperationResult result;
+  ASSERT_TRUE(result.ParseFromString(C_Logout_Server(logout(7))));
+  EXPECT_EQ("C_Logout", result.name());
+  ASSERT_EQ(2, module_.count());
+  EXPECT_EQ("C_Logout(hSession=7)", module_.call(1));
 }
 
 TEST_F(ServerTest, NullModuleNameServesTheOldestRegistration) {

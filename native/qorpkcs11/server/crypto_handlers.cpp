@@ -1,6 +1,7 @@
 // Encryption, decryption, digest, signature and verification functions. The
 // families share one shape each; a row gives what differs.
 #include <algorithm>
+#include <memory>
 
 #include "qorpkcs11/server/handler.h"
 #include "qorpkcs11/server/marshal.h"
@@ -66,15 +67,21 @@ std::string serve_in_out(const std::string& bytes, const InOut<Request, Response
         const CK_ULONG inputLength = ul((req.*row.inputLength)());
         const CK_ULONG outputLength = ul((req.*row.outputLength)());
         if (!carries(input, inputLength)) return call.refuse();
-        // With shared sizing the module still reads inputLength
-        // bytes: past the output's length it finds zeros.
-        const bool shared = row.sizing == Sizing::kOutput;
-        Buffer in(shared ? std::max(inputLength, outputLength) : inputLength);
-        if (!in.ok()) return call.out_of_memory();
-        in.fill(input, shared ? outputLength : inputLength);
+        // Single-part: the module reads the request's bytes in place. With
+        // shared sizing it gets a buffer of the output's length filled from
+        // the input, and still reads inputLength bytes: past the output's
+        // length it finds zeros.
+        std::unique_ptr<Buffer> shared;
+        CK_BYTE* in = Input(input, inputLength).data();
+        if (row.sizing == Sizing::kOutput) {
+          shared = std::make_unique<Buffer>(std::max(inputLength, outputLength));
+          if (!shared->ok()) return call.out_of_memory();
+          shared->fill(input, outputLength);
+          in = shared->data();
+        }
         return produce(call, row.output, outputLength, [&](CK_BYTE_PTR out, CK_ULONG_PTR length) {
-          if (row.notes != nullptr) row.notes(req, in.data());
-          return call.invoke(row.member, ul(req.hsession()), in.data(), inputLength, out, length);
+          if (row.notes != nullptr) row.notes(req, in);
+          return call.invoke(row.member, ul(req.hsession()), in, inputLength, out, length);
         });
       });
 }

@@ -1,10 +1,24 @@
 #include "qorpkcs11/server/handler.h"
 
+#include <climits>
+
 namespace qor::server {
 
-void parse_request(const std::string& bytes) {
-  if (!operation.ParseFromString(bytes))
-    QOR_LOGD(kTag, "request of %zu bytes did not parse completely", bytes.size());
+void parse_request(const std::string& bytes) { parse_request(bytes.data(), bytes.size()); }
+
+void parse_request(const void* bytes, size_t size) {
+  const bool parsed = size <= INT_MAX && operation.ParseFromArray(size != 0 ? bytes : "",
+                                                                  static_cast<int>(size));
+  if (!parsed) {
+    // Never served with the previous request's fields.
+    if (size > INT_MAX) operation.Clear();
+    QOR_LOGD(kTag, "request of %zu bytes did not parse completely", size);
+  }
+}
+
+const std::string& already_parsed() {
+  static const std::string marker;
+  return marker;
 }
 
 CK_RV Call::refuse() const {

@@ -67,6 +67,12 @@ class Call {
 // Parses into the global operation; a failure is logged and otherwise
 // ignored, so whatever did parse is served.
 void parse_request(const std::string& bytes);
+void parse_request(const void* bytes, size_t size);
+
+// What the processor hands a handler after parsing the request into the
+// global operation itself: the handler's own parse of the same bytes would
+// only repeat that work, a full pass (and a copy) of every byte field.
+const std::string& already_parsed();
 
 enum class Parse { kYes, kNo };
 
@@ -75,7 +81,7 @@ enum class Parse { kYes, kNo };
 template <typename Body>
 std::string serve(Parse parse, const std::string& bytes, const char* name, RvLine line,
                   Body&& body) {
-  if (parse == Parse::kYes) parse_request(bytes);
+  if (parse == Parse::kYes && &bytes != &already_parsed()) parse_request(bytes);
   if (ckpFunctions == nullptr) return {};
   Call call(name);
   const CK_RV value = body(call);

@@ -1,5 +1,7 @@
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
+#include <unordered_map>
 
 #include "qorpkcs11/comm/server.h"
 #include "qorpkcs11/jni/registry.h"
@@ -26,27 +28,35 @@ const Route kRoutes[] = {
 #undef QOR_ROUTE
 };
 
-std::string dispatch(const std::string& request) {
-  const char* name = operation.name().c_str();
-  for (const Route& route : kRoutes) {
-    if (std::strcmp(name, route.name) == 0) {
-      QOR_LOGD(kTag, "Generate_Operation_Result %s", route.name);
-      return route.handler(request);
-    }
-  }
-  return {};
+// Found by hashing rather than by comparing against every name in turn. The
+// name is compared as a C string, so it ends at its first zero byte. The map
+// is never destroyed: the serving thread may still be in here at exit.
+const Route* find_route(const char* name) {
+  static const auto* const routes = [] {
+    auto* byName = new std::unordered_map<std::string_view, const Route*>();
+    for (const Route& route : kRoutes) byName->emplace(route.name, &route);
+    return byName;
+  }();
+  const auto found = routes->find(name);
+  return found != routes->end() ? found->second : nullptr;
+}
+
+std::string dispatch() {
+  const Route* route = find_route(operation.name().c_str());
+  if (route == nullptr) return {};
+  QOR_LOGD(kTag, "Generate_Operation_Result %s", route->name);
+  return route->handler(already_parsed());
 }
 
 std::string serve_request(const void* in, int32_t len) {
-  const std::string request =
-      in != nullptr && len > 0 ? std::string(static_cast<const char*>(in), static_cast<size_t>(len))
-                               : std::string();
-  parse_request(request);
+  // Parsed straight from the frame: a copy of it would be one more pass over
+  // a large payload.
+  parse_request(in, in != nullptr && len > 0 ? static_cast<size_t>(len) : 0);
   // Looked up for every request, so a module connected or disconnected in
   // between is seen at once.
   ckpFunctions = getFunctionsByModule(mModuleName);
   QOR_LOGD(kTag, "Operation name = %s", operation.name().c_str());
-  return dispatch(request);
+  return dispatch();
 }
 
 }  // namespace
