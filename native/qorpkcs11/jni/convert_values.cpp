@@ -369,9 +369,7 @@ template <typename Ck, typename J>
 Ck* boxedToCk(JNIEnv* env, jobject value, const char* className, const char* method, const char* sig,
               J (JNIEnv::*call)(jobject, jmethodID, ...)) {
   if (value == nullptr) return nullptr;
-  LocalRef<jclass> cls(env, env->FindClass(className));
-  if (!cls) return nullptr;
-  jmethodID id = env->GetMethodID(cls.get(), method, sig);
+  jmethodID id = qor::jni::knownMethod(env, className, method, sig);
   if (id == nullptr) return nullptr;
   J v = (env->*call)(value, id);
   if (env->ExceptionCheck()) return nullptr;

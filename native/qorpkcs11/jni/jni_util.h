@@ -86,17 +86,23 @@ T* zeroAlloc(size_t count) {
   return static_cast<T*>(std::calloc(count + 1, sizeof(T)));
 }
 
-// The class of a name, or null without a pending exception when the class
-// is not there (an application may strip classes it never uses).
-inline LocalRef<jclass> findClassQuietly(JNIEnv* env, const char* name) {
-  jclass cls = env->FindClass(name);
-  if (cls == nullptr) env->ExceptionClear();
-  return LocalRef<jclass>(env, cls);
-}
+// Classes and methods the conversions use on every call, looked up once and
+// then kept for the life of the process: a FindClass costs more than most
+// conversions. This library is loaded by one class loader, so a name always
+// means the same class. The results are global references: never delete
+// them. A class that is not found is looked up again next time.
+//
+// The class of a name; null with FindClass's exception pending when missing.
+jclass knownClass(JNIEnv* env, const char* name);
+// The same, but null without a pending exception when the class is not there
+// (an application may strip classes it never uses).
+jclass knownClassQuietly(JNIEnv* env, const char* name);
+// A method of a known class; null with an exception pending when missing.
+jmethodID knownMethod(JNIEnv* env, const char* className, const char* name, const char* signature);
 
 inline bool isInstanceOf(JNIEnv* env, jobject obj, const char* className) {
-  LocalRef<jclass> cls = findClassQuietly(env, className);
-  return cls && env->IsInstanceOf(obj, cls.get()) == JNI_TRUE;
+  jclass cls = knownClassQuietly(env, className);
+  return cls != nullptr && env->IsInstanceOf(obj, cls) == JNI_TRUE;
 }
 
 }  // namespace qor::jni

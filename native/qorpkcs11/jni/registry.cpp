@@ -5,6 +5,7 @@
 #include <new>
 
 #include "qorpkcs11/common/log.h"
+#include "qorpkcs11/jni/jni_util.h"
 
 extern "C" {
 ModuleEntry* moduleListHead = nullptr;
@@ -122,13 +123,12 @@ bool equals(JNIEnv* env, jobject a, jobject b) {
   if (a == nullptr) return b == nullptr;
   // Object.equals called non-virtually is identity: an override in the
   // caller's class is never consulted.
-  jclass object = env->FindClass("java/lang/Object");
+  jclass object = qor::jni::knownClass(env, "java/lang/Object");
   if (object == nullptr) return false;
-  jmethodID method = env->GetMethodID(object, "equals", "(Ljava/lang/Object;)Z");
+  jmethodID method = qor::jni::knownMethod(env, "java/lang/Object", "equals", "(Ljava/lang/Object;)Z");
   const jboolean same =
       method != nullptr ? env->CallNonvirtualBooleanMethod(a, object, method, b) : JNI_FALSE;
   const bool thrown = env->ExceptionCheck() == JNI_TRUE;
-  env->DeleteLocalRef(object);
   return !thrown && same == 1;
 }
 
