@@ -55,9 +55,8 @@ run() {
   echo "bench: $name" >&2
   "$@" "${common[@]}" > "$out/$name.json" 2> "$out/$name.stderr"
 }
-run quiet "$on" --paths=direct,qor,p11kit,floor
+run quiet "$on" --paths=direct,qor,p11kit,floor,java
 run null-logger "$on" --paths=qor --null-logger
 run compiled-out "$off" --paths=qor
-run attached "$on" --paths=qor --attached-server-thread
 
 python3 tools/bench/table.py "$out" | tee "$out/table.md"

@@ -4,9 +4,11 @@
 //   qor     this library's client -> socket -> serving process -> bridge
 //   p11kit  p11-kit-client.so -> p11-kit server (P11_KIT_SERVER_ADDRESS)
 //   floor   the qor frames of each operation echoed over a bare socket
-// Options before the benchmark's own: --paths=direct,qor,p11kit,floor
-// --null-logger (every line loggable, handed to a logger that drops it),
-// --attached-server-thread (the serving thread attached to the VM for good).
+//   java    the qor path called from Java through the natives
+//   bridge  the bridge over SoftHSM2 in this process (project ABI, no socket)
+//   java-bridge  the bridge path called from Java through the natives
+// Options before the benchmark's own: --paths=direct,qor,p11kit,floor,java,bridge,java-bridge
+// --null-logger (every line loggable, handed to a logger that drops it).
 #include <android/log.h>
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
@@ -22,7 +24,7 @@
 #include <vector>
 
 #include "abi.h"
-#include "qorpkcs11/client/proxy.h"
+#include "java_path.h"
 #include "qorpkcs11/common/log.h"
 #include "servers.h"
 
@@ -34,7 +36,8 @@ namespace {
   std::exit(2);
 }
 
-enum class Op { kRandom32, kDigest1K, kDigest1M, kFind, kSign };
+// Numbered as JavaCalls numbers them.
+enum class Op { kRandom32 = 0, kDigest1K = 1, kDigest1M = 2, kFind = 3, kSign = 4 };
 struct OpInfo {
   Op op;
   const char* name;
@@ -63,7 +66,9 @@ class Session {
   using UL = typename A::CK_ULONG;
 
   explicit Session(typename A::CK_FUNCTION_LIST* f, const char* path) : f_(f) {
-    check(f_->C_Initialize(nullptr), path, "C_Initialize");
+    // The direct and bridge paths share one SoftHSM2 in this process.
+    const auto init = f_->C_Initialize(nullptr);
+    if (init != CKR_CRYPTOKI_ALREADY_INITIALIZED) check(init, path, "C_Initialize");
     UL n = 16;
     UL slots[16];
     check(f_->C_GetSlotList(CK_TRUE, slots, &n), path, "C_GetSlotList");
@@ -84,6 +89,9 @@ class Session {
     check(find(&key_, &count), path, "finding the key");
     if (count != 1) die(std::string(path) + ": no private key labelled bench-rsa");
   }
+
+  UL session() const { return s_; }
+  UL key() const { return key_; }
 
   bool run(Op op) {
     switch (op) {
@@ -142,12 +150,30 @@ class Session {
   typename A::CK_OBJECT_HANDLE key_ = 0;
 };
 
-abi::Host::CK_FUNCTION_LIST* open_platform_module(const char* path) {
+template <class A>
+typename A::CK_FUNCTION_LIST* open_module(const char* path) {
   void* lib = ::dlopen(path, RTLD_LAZY | RTLD_LOCAL);
   if (lib == nullptr) die(::dlerror());
-  auto get = reinterpret_cast<abi::Host::CK_C_GetFunctionList>(::dlsym(lib, "C_GetFunctionList"));
-  abi::Host::CK_FUNCTION_LIST* list = nullptr;
+  auto get = reinterpret_cast<typename A::CK_C_GetFunctionList>(::dlsym(lib, "C_GetFunctionList"));
+  typename A::CK_FUNCTION_LIST* list = nullptr;
   if (get == nullptr || get(&list) != CKR_OK) die(std::string("no function list in ") + path);
+  return list;
+}
+
+// The client side as an app has it: the shared library, whose exported
+// client init and function list both the native and the Java path use.
+CK_FUNCTION_LIST_PTR connect_wrapper(const std::string& socket) {
+  void* lib = ::dlopen(QOR_WRAPPER_PATH, RTLD_LAZY | RTLD_LOCAL);
+  if (lib == nullptr) die(::dlerror());
+  auto init = reinterpret_cast<int (*)(const char*)>(::dlsym(lib, "qorpkcs11_client_init"));
+  auto get = reinterpret_cast<CK_C_GetFunctionList>(::dlsym(lib, "C_GetFunctionList"));
+  if (init == nullptr || get == nullptr) die("the wrapper library lacks its client functions");
+  for (int attempt = 0; init(socket.c_str()) != 0; ++attempt) {
+    if (attempt == 3000) die("cannot reach the serving process");
+    ::usleep(10000);
+  }
+  CK_FUNCTION_LIST_PTR list = nullptr;
+  if (get(&list) != CKR_OK || list == nullptr) die("no function list in the wrapper library");
   return list;
 }
 
@@ -189,8 +215,7 @@ bool wants(const std::string& paths, const char* path) {
 
 int main(int argc, char** argv) {
   using namespace qor::bench;
-  std::string paths = "direct,qor,p11kit,floor";
-  bool attachOnce = false;
+  std::string paths = "direct,qor,p11kit,floor,java,bridge,java-bridge";
   std::vector<char*> rest{argv[0]};
   for (int i = 1; i < argc; ++i) {
     if (std::strncmp(argv[i], "--paths=", 8) == 0) {
@@ -199,8 +224,6 @@ int main(int argc, char** argv) {
       line_counts();  // shared before the serving process forks
       __android_log_set_logger(count_line);
       __android_log_set_minimum_priority(ANDROID_LOG_VERBOSE);
-    } else if (std::strcmp(argv[i], "--attached-server-thread") == 0) {
-      attachOnce = true;
     } else {
       rest.push_back(argv[i]);
     }
@@ -210,35 +233,49 @@ int main(int argc, char** argv) {
 
   // Both serving processes fork before this one loads any module.
   const std::string id = std::to_string(::getpid());
-  const bool remoted = wants(paths, "qor") || wants(paths, "floor");
+  const bool remoted = wants(paths, "qor") || wants(paths, "floor") || wants(paths, "java");
   std::unique_ptr<ServingProcess> serving;
   std::unique_ptr<FloorServer> floorServer;
-  if (remoted) serving = std::make_unique<ServingProcess>("@qorbench-" + id, attachOnce);
+  if (remoted) serving = std::make_unique<ServingProcess>("@qorbench-" + id);
   if (wants(paths, "floor")) floorServer = std::make_unique<FloorServer>("@qorfloor-" + id);
 
   std::unique_ptr<Session<qor::abi::Target>> qor;
-  if (remoted) {
-    for (int attempt = 0; qorpkcs11_client_init(("@qorbench-" + id).c_str()) != 0; ++attempt) {
-      if (attempt == 3000) die("cannot reach the serving process");
-      ::usleep(10000);
-    }
-    CK_FUNCTION_LIST_PTR list = nullptr;
-    C_GetFunctionList(&list);
-    qor = std::make_unique<Session<qor::abi::Target>>(list, "qor");
-  }
+  if (remoted)
+    qor = std::make_unique<Session<qor::abi::Target>>(connect_wrapper("@qorbench-" + id), "qor");
   if (wants(paths, "direct")) {
     auto direct = std::make_shared<Session<qor::abi::Host>>(
-        open_platform_module("/usr/lib/softhsm/libsofthsm2.so"), "direct");
+        open_module<qor::abi::Host>("/usr/lib/softhsm/libsofthsm2.so"), "direct");
     register_path("direct", [direct](Op op) { return direct->run(op); });
   }
   if (wants(paths, "qor")) {
     Session<qor::abi::Target>* s = qor.get();
     register_path("qor", [s](Op op) { return s->run(op); });
   }
+  const bool java = wants(paths, "java") || wants(paths, "java-bridge");
+  if (java) start_java(QOR_BENCH_CLASSPATH, QOR_WRAPPER_PATH);
+  if (wants(paths, "java")) {
+    auto remote = std::make_shared<JavaPath>(QOR_WRAPPER_PATH, ("@qorbench-" + id).c_str(),
+                                             qor->session(), qor->key());
+    register_path("java", [remote](Op op) { return remote->run(static_cast<int>(op)); });
+  }
+  if (wants(paths, "bridge") || wants(paths, "java-bridge")) {
+    auto local = std::make_shared<Session<qor::abi::Target>>(
+        open_module<qor::abi::Target>(QOR_BRIDGE_PATH), "bridge");
+    if (wants(paths, "bridge")) register_path("bridge", [local](Op op) { return local->run(op); });
+    if (wants(paths, "java-bridge")) {
+      auto javaLocal =
+          std::make_shared<JavaPath>(QOR_BRIDGE_PATH, nullptr, local->session(), local->key());
+      register_path("java-bridge",
+                    [javaLocal](Op op) { return javaLocal->run(static_cast<int>(op)); });
+      benchmark::RegisterBenchmark("JavaCall/java", [javaLocal](benchmark::State& state) {
+        for (auto _ : state) benchmark::DoNotOptimize(javaLocal->nothing());
+      });
+    }
+  }
   if (wants(paths, "p11kit")) {
     if (std::getenv("P11_KIT_SERVER_ADDRESS") == nullptr) die("P11_KIT_SERVER_ADDRESS is not set");
     auto remote = std::make_shared<Session<qor::abi::Host>>(
-        open_platform_module("/usr/lib/x86_64-linux-gnu/pkcs11/p11-kit-client.so"), "p11kit");
+        open_module<qor::abi::Host>("/usr/lib/x86_64-linux-gnu/pkcs11/p11-kit-client.so"), "p11kit");
     register_path("p11kit", [remote](Op op) { return remote->run(op); });
   }
   // Each operation once on the qor path: the frames it sends (replayed by

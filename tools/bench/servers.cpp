@@ -38,7 +38,6 @@ struct Recorder {
   Exchange seen[32];
 };
 Recorder* gRecorder = nullptr;
-bool gAttachOnce = false;
 bool gServing = false;
 
 void* shared_memory(size_t size) {
@@ -49,15 +48,6 @@ void* shared_memory(size_t size) {
 }
 
 int recording_process(const void* data, int32_t len, void** out, uint32_t* out_len) {
-  if (gAttachOnce) {
-    // Attached for good before its first lookup: the registry then finds the
-    // thread known to the VM and neither attaches nor detaches it per request.
-    static const bool attached = [] {
-      JNIEnv* env = nullptr;
-      return gJavaVM->AttachCurrentThread(reinterpret_cast<void**>(&env), nullptr) == JNI_OK;
-    }();
-    (void)attached;
-  }
   const int ret = Generate_Operation_Result_Server(data, len, out, out_len);
   const int i = gRecorder->count.load(std::memory_order_relaxed);
   if (i < 32) gRecorder->seen[i] = {len, static_cast<int32_t>(*out_len)};
@@ -181,8 +171,7 @@ int connect_abstract(const std::string& name) {
   return -1;
 }
 
-ServingProcess::ServingProcess(const std::string& name, bool attachOnce) {
-  gAttachOnce = attachOnce;
+ServingProcess::ServingProcess(const std::string& name) {
   gRecorder = new (shared_memory(sizeof(Recorder))) Recorder{};
   pid_ = fork_into([&] { serve(name); });
 }

@@ -37,9 +37,7 @@ bool in_serving_process();
 class ServingProcess {
  public:
   // Forks; the child never returns. `name` is the socket and module name.
-  // `attachOnce`: the transport thread is attached to the VM for its
-  // lifetime (measures what the per-request attach and detach cost).
-  ServingProcess(const std::string& name, bool attachOnce);
+  explicit ServingProcess(const std::string& name);
   ~ServingProcess();
   ServingProcess(const ServingProcess&) = delete;
   ServingProcess& operator=(const ServingProcess&) = delete;

@@ -5,7 +5,6 @@ in the results directory it is given:
   quiet.json         every path; debug lines compiled in, not loggable
   null-logger.json   qor; every line loggable, handed to a logger that drops it
   compiled-out.json  qor; built with -DQOR_DEBUG_LOG=OFF
-  attached.json      qor; the serving thread attached to the Java VM for good
 
 Times are medians of the repetitions, microseconds per operation.
 """
@@ -16,6 +15,9 @@ import sys
 
 OPS = ["GenerateRandom_32B", "Digest_SHA256_1KiB", "Digest_SHA256_1MiB",
        "FindObjects_triple", "Sign_RSA2048"]
+# PKCS#11 calls per operation, to judge what the Java natives add per call.
+CALLS = {"GenerateRandom_32B": 1, "Digest_SHA256_1KiB": 2, "Digest_SHA256_1MiB": 2,
+         "FindObjects_triple": 3, "Sign_RSA2048": 2}
 
 
 def load(directory, name):
@@ -37,6 +39,10 @@ def ratio(a, b):
     return "-" if a is None or b is None else f"{a / b:.2f}x"
 
 
+def diff(a, b):
+    return "-" if a is None or b is None else f"{a - b:+.2f}"
+
+
 def pct(a, b):
     return "-" if a is None or b is None else f"{(a - b) / b * 100:+.1f}%"
 
@@ -46,19 +52,35 @@ def main():
     ctx, quiet = load(directory, "quiet")
     nctx, null = load(directory, "null-logger")
     _, off = load(directory, "compiled-out")
-    _, attached = load(directory, "attached")
     print(f"{ctx.get('host_name', '?')}, {ctx.get('num_cpus', '?')} CPUs, load "
           f"{ctx.get('load_avg', '?')}, {ctx.get('date', '?')}")
     print("median of the repetitions, microseconds per operation (real time)")
     print()
-    print("| operation | direct | qor | p11-kit | floor | qor/floor | qor/p11-kit |"
-          " qor, serving thread attached | its /floor | its /p11-kit |")
-    print("|---|---|---|---|---|---|---|---|---|---|")
+    print("| operation | direct | qor | p11-kit | floor | qor/floor | qor/p11-kit |")
+    print("|---|---|---|---|---|---|---|")
     for op in OPS:
         d, q, p, fl = (quiet.get(f"{op}/{k}") for k in ("direct", "qor", "p11kit", "floor"))
-        a = attached.get(f"{op}/qor")
         print(f"| {op} | {fmt(d)} | {fmt(q)} | {fmt(p)} | {fmt(fl)} | {ratio(q, fl)} "
-              f"| {ratio(q, p)} | {fmt(a)} | {ratio(a, fl)} | {ratio(a, p)} |")
+              f"| {ratio(q, p)} |")
+    print()
+    # What the Java natives add: twice, remoted (within the noise of the
+    # round trip) and in process over the bridge (precise).
+    call = quiet.get("JavaCall/java") or 0.0
+
+    def per_call(java, native, op):
+        return None if java is None or native is None else (java - call - native) / CALLS[op]
+
+    print("| operation | qor | java | added per PKCS#11 call | bridge | java over bridge "
+          "| added per PKCS#11 call |")
+    print("|---|---|---|---|---|---|---|")
+    for op in OPS:
+        q, j, b, jb = (quiet.get(f"{op}/{k}") for k in ("qor", "java", "bridge", "java-bridge"))
+        print(f"| {op} | {fmt(q)} | {fmt(j)} | {diff(per_call(j, q, op), 0.0)} | {fmt(b)} "
+              f"| {fmt(jb)} | {diff(per_call(jb, b, op), 0.0)} |")
+    print()
+    print(f"java columns: the same operations from Java through the natives, over the same "
+          f"function list; the benchmark's own call into Java ({call * 1000:.0f} ns, a Java "
+          f"method that does nothing) is taken off before dividing by the calls")
     print()
     check = quiet.get("LogLine/qor")
     emit = null.get("LogLine/qor")
