@@ -55,7 +55,7 @@ run() {
   echo "bench: $name" >&2
   "$@" "${common[@]}" > "$out/$name.json" 2> "$out/$name.stderr"
 }
-run quiet "$on" --paths=direct,qor,p11kit,floor,java
+run quiet "$on" --paths=direct,qor,p11kit,floor,java,bridge,java-bridge
 run null-logger "$on" --paths=qor --null-logger
 run compiled-out "$off" --paths=qor
 
