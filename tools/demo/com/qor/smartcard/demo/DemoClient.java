@@ -5,6 +5,7 @@ import com.qor.smartcard.pkcs11.CK_MECHANISM;
 import com.qor.smartcard.pkcs11.CK_TOKEN_INFO;
 import com.qor.smartcard.pkcs11.PKCS11Exception;
 import com.qor.smartcard.pkcs11.Pkcs11;
+import com.qor.smartcard.pkcs11.RemoteClient;
 import java.math.BigInteger;
 import java.security.KeyFactory;
 import java.security.Signature;
@@ -61,35 +62,9 @@ public final class DemoClient {
     return sb + (b.length > max ? "..." : "");
   }
 
-  /**
-   * This library connected as the client of the serving process. Its socket
-   * thread starts listening a moment after the server says it serves, so the
-   * first attempts may find no one; any answer of the module means it is up.
-   */
-  private static Pkcs11 connect(String socket) throws Exception {
-    for (int attempt = 0; ; attempt++) {
-      Pkcs11 p11 = new Pkcs11();
-      p11.initializeLibrary();
-      p11.connect(Pkcs11.WRAPPER_LIBRARY, "C_GetFunctionList", socket, Pkcs11.MODE_CLIENT);
-      try {
-        p11.C_GetInfo();
-        return p11;
-      } catch (PKCS11Exception e) {
-        if (e.getErrorCode() != 0xFFFFFFFFL) {
-          return p11;
-        }
-        if (attempt == 100) {
-          throw e;
-        }
-        p11.disconnect();
-        Thread.sleep(50);
-      }
-    }
-  }
-
   public static void main(String[] args) throws Exception {
     String socket = args[0];
-    Pkcs11 p11 = connect(socket);
+    Pkcs11 p11 = RemoteClient.connect(socket, 100, 50);
     System.out.println("client: connected " + Pkcs11.WRAPPER_LIBRARY + " to " + socket);
 
     timed("C_Initialize", () -> { p11.C_Initialize(null); return null; });

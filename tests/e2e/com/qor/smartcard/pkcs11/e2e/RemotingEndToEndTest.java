@@ -13,6 +13,7 @@ import com.qor.smartcard.pkcs11.CK_RSA_PKCS_OAEP_PARAMS;
 import com.qor.smartcard.pkcs11.CK_RSA_PKCS_PSS_PARAMS;
 import com.qor.smartcard.pkcs11.PKCS11Exception;
 import com.qor.smartcard.pkcs11.Pkcs11;
+import com.qor.smartcard.pkcs11.RemoteClient;
 import java.math.BigInteger;
 import java.security.AlgorithmParameters;
 import java.security.KeyFactory;
@@ -58,7 +59,7 @@ class RemotingEndToEndTest implements Pkcs11Constants {
   @BeforeAll
   static void startServerAndLogIn() throws Exception {
     server = ServerProcess.start();
-    p11 = ServerProcess.connectClient();
+    p11 = RemoteClient.connect(ServerProcess.SOCKET, 100, 50);
     p11.C_Initialize(null);
     // SoftHSM2 offers a fresh uninitialised token beside the one made for the test.
     long[] slots = p11.C_GetSlotList(true);
@@ -404,7 +405,7 @@ class RemotingEndToEndTest implements Pkcs11Constants {
     server.kill();
     server = ServerProcess.start();
     p11.disconnect();
-    p11 = ServerProcess.connectClient();
+    p11 = RemoteClient.connect(ServerProcess.SOCKET, 100, 50);
     p11.C_Initialize(null);
   }
 

@@ -1,6 +1,5 @@
 package com.qor.smartcard.pkcs11.e2e;
 
-import com.qor.smartcard.pkcs11.PKCS11Exception;
 import com.qor.smartcard.pkcs11.Pkcs11;
 import java.io.BufferedReader;
 import java.io.IOException;
@@ -75,33 +74,6 @@ final class ServerProcess {
       process.waitFor();
     } catch (InterruptedException e) {
       Thread.currentThread().interrupt();
-    }
-  }
-
-  /**
-   * A client object whose transport is up. The server thread starts
-   * listening a moment after the serving JVM says it is ready, so the first
-   * attempts may find no one.
-   */
-  static Pkcs11 connectClient() throws Exception {
-    for (int attempt = 0; ; attempt++) {
-      Pkcs11 p11 = new Pkcs11();
-      p11.initializeLibrary();
-      p11.connect(Pkcs11.WRAPPER_LIBRARY, "C_GetFunctionList", SOCKET, Pkcs11.MODE_CLIENT);
-      try {
-        p11.C_GetInfo();
-        return p11;
-      } catch (PKCS11Exception e) {
-        // Any answer of the module's own means the transport is up.
-        if (e.getErrorCode() != 0xFFFFFFFFL) {
-          return p11;
-        }
-        if (attempt == 100) {
-          throw e;
-        }
-        p11.disconnect();
-        Thread.sleep(50);
-      }
     }
   }
 }

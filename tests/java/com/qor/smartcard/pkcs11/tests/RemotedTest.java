@@ -12,6 +12,7 @@ import com.qor.smartcard.adapter.SandboxedProcessUsageStatistics;
 import com.qor.smartcard.pkcs11.PKCS11Exception;
 import com.qor.smartcard.pkcs11.PKCS11RuntimeException;
 import com.qor.smartcard.pkcs11.Pkcs11;
+import com.qor.smartcard.pkcs11.RemoteClient;
 import com.qor.smartcard.testmodule.TestModule;
 import java.util.List;
 import java.util.Map;
@@ -42,33 +43,8 @@ class RemotedTest {
     server = new Pkcs11();
     server.initializeLibrary();
     server.connect(MODULE, GETTER, SOCKET, Pkcs11.MODE_SERVER);
-    client = connectClient();
+    client = RemoteClient.connect(SOCKET, 100, 50);
     twin = Fixture.direct("twin");
-  }
-
-  /**
-   * A client object whose transport is up. The server thread starts listening
-   * a moment after connect returns, so the first attempts may find no one.
-   */
-  private static Pkcs11 connectClient() throws Exception {
-    for (int attempt = 0; ; attempt++) {
-      Pkcs11 p11 = new Pkcs11();
-      p11.connect(Pkcs11.WRAPPER_LIBRARY, GETTER, SOCKET, Pkcs11.MODE_CLIENT);
-      try {
-        p11.C_GetSlotList(false);
-        return p11;
-      } catch (PKCS11Exception e) {
-        // Any answer of the module's own means the transport is up.
-        if (e.getErrorCode() != 0xFFFFFFFFL) {
-          return p11;
-        }
-        if (attempt == 100) {
-          throw e;
-        }
-        p11.disconnect();
-        Thread.sleep(50);
-      }
-    }
   }
 
   /**
@@ -98,8 +74,16 @@ class RemotedTest {
     TestModule.resetReady();
     assertEquals(twin.C_GetInfo().cryptokiVersion.toString(), client.C_GetInfo().cryptokiVersion.toString());
     assertEquals(2, callsOf("C_GetInfo"), "one direct call and one through the server");
-    assertTrue(new SandboxedProcessUsageStatistics().native_getLastUsageTime() > 0,
-        "the server stamps every reply");
+    // The server stamps a reply once it is sent, so the caller may read the
+    // reply before the stamp is there.
+    long stamp = 0;
+    for (int i = 0; i < 200 && stamp <= 0; i++) {
+      stamp = new SandboxedProcessUsageStatistics().native_getLastUsageTime();
+      if (stamp <= 0) {
+        Thread.sleep(10);
+      }
+    }
+    assertTrue(stamp > 0, "the server stamps every reply");
   }
 
   @Test
@@ -177,7 +161,7 @@ class RemotedTest {
   void disconnectClosesTheTransportAndAReconnectOpensIt() throws Exception {
     client.disconnect();
     assertThrows(PKCS11RuntimeException.class, client::C_GetInfo);
-    Pkcs11 again = connectClient();
+    Pkcs11 again = RemoteClient.connect(SOCKET, 100, 50);
     TestModule.resetReady();
     assertEquals(twin.C_GetTokenInfo(1).toString(), again.C_GetTokenInfo(1).toString());
     // Without a module name no transport starts: the proxies cannot answer.
