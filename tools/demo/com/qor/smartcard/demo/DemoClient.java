@@ -7,9 +7,8 @@ import com.qor.smartcard.pkcs11.PKCS11Exception;
 import com.qor.smartcard.pkcs11.Pkcs11;
 import com.qor.smartcard.pkcs11.RemoteClient;
 import java.math.BigInteger;
-import java.security.KeyFactory;
 import java.security.Signature;
-import java.security.spec.RSAPublicKeySpec;
+import java.security.interfaces.RSAPublicKey;
 import java.util.Arrays;
 
 /**
@@ -33,6 +32,13 @@ public final class DemoClient {
   private static final long CKM_SHA256_RSA_PKCS = 0x40;
   private static final long CKM_AES_KEY_GEN = 0x1080;
   private static final long CKM_AES_CBC_PAD = 0x1085;
+
+  /** The token's RSA public key; Java's RSA provider takes any implementation of the interface. */
+  private record TokenRsaKey(BigInteger getModulus, BigInteger getPublicExponent) implements RSAPublicKey {
+    @Override public String getAlgorithm() { return "RSA"; }
+    @Override public String getFormat() { return null; }
+    @Override public byte[] getEncoded() { return null; }
+  }
 
   private DemoClient() {}
 
@@ -101,8 +107,8 @@ public final class DemoClient {
       return null;
     });
     Signature check = Signature.getInstance("SHA256withRSA");
-    check.initVerify(KeyFactory.getInstance("RSA").generatePublic(new RSAPublicKeySpec(
-        new BigInteger(1, (byte[]) numbers[0].pValue), new BigInteger(1, (byte[]) numbers[1].pValue))));
+    check.initVerify(new TokenRsaKey(
+        new BigInteger(1, (byte[]) numbers[0].pValue), new BigInteger(1, (byte[]) numbers[1].pValue)));
     check.update(message);
     boolean valid = check.verify(signature);
     System.out.println("client:   signature checked with the public key by java.security: "

@@ -14,19 +14,10 @@ import com.qor.smartcard.pkcs11.CK_RSA_PKCS_PSS_PARAMS;
 import com.qor.smartcard.pkcs11.PKCS11Exception;
 import com.qor.smartcard.pkcs11.Pkcs11;
 import com.qor.smartcard.pkcs11.RemoteClient;
-import java.math.BigInteger;
-import java.security.AlgorithmParameters;
-import java.security.KeyFactory;
 import java.security.MessageDigest;
 import java.security.PublicKey;
 import java.security.Signature;
-import java.security.spec.ECGenParameterSpec;
-import java.security.spec.ECParameterSpec;
-import java.security.spec.ECPoint;
-import java.security.spec.ECPublicKeySpec;
-import java.security.spec.MGF1ParameterSpec;
-import java.security.spec.PSSParameterSpec;
-import java.security.spec.RSAPublicKeySpec;
+import java.security.interfaces.RSAPublicKey;
 import java.util.Arrays;
 import java.util.Set;
 import java.util.stream.Collectors;
@@ -214,9 +205,8 @@ class RemotingEndToEndTest implements Pkcs11Constants {
   @Order(8)
   void rsaSignaturesCheckOutOutsideTheToken() throws Exception {
     long[] rsa = rsaKeyPair();
-    PublicKey pub = KeyFactory.getInstance("RSA").generatePublic(new RSAPublicKeySpec(
-        new BigInteger(1, (byte[]) attribute(rsa[0], CKA_MODULUS)),
-        new BigInteger(1, (byte[]) attribute(rsa[0], CKA_PUBLIC_EXPONENT))));
+    RSAPublicKey pub = PublicKeys.rsa((byte[]) attribute(rsa[0], CKA_MODULUS),
+        (byte[]) attribute(rsa[0], CKA_PUBLIC_EXPONENT));
 
     Signature sha256Rsa = Signature.getInstance("SHA256withRSA");
     sha256Rsa.initVerify(pub);
@@ -232,11 +222,10 @@ class RemotingEndToEndTest implements Pkcs11Constants {
     pss.hashAlg = CKM_SHA256;
     pss.mgf = CKG_MGF1_SHA256;
     pss.sLen = 32;
-    Signature rsaPss = Signature.getInstance("RSASSA-PSS");
-    rsaPss.setParameter(new PSSParameterSpec("SHA-256", "MGF1", MGF1ParameterSpec.SHA256, 32, 1));
-    rsaPss.initVerify(pub);
-    rsaPss.update(DATA);
-    assertTrue(rsaPss.verify(sign(new CK_MECHANISM(CKM_SHA256_RSA_PKCS_PSS, pss), rsa[1], DATA)));
+    byte[] pssSignature = sign(new CK_MECHANISM(CKM_SHA256_RSA_PKCS_PSS, pss), rsa[1], DATA);
+    assertTrue(PublicKeys.verifyPssSha256(pub, DATA, pssSignature));
+    // The check done here must be able to fail.
+    assertFalse(PublicKeys.verifyPssSha256(pub, Arrays.copyOf(DATA, DATA.length - 1), pssSignature));
     // Multi-part signing goes through as well.
     p11.C_SignInit(session, new CK_MECHANISM(CKM_SHA256_RSA_PKCS), rsa[1]);
     p11.C_SignUpdate(session, Arrays.copyOf(DATA, 5));
@@ -250,12 +239,7 @@ class RemotingEndToEndTest implements Pkcs11Constants {
   void ecdsaSignaturesCheckOutOutsideTheToken() throws Exception {
     long[] ec = ecKeyPair();
     byte[] point = ecPoint(ec[0]);
-    AlgorithmParameters params = AlgorithmParameters.getInstance("EC");
-    params.init(new ECGenParameterSpec("secp256r1"));
-    PublicKey pub = KeyFactory.getInstance("EC").generatePublic(new ECPublicKeySpec(
-        new ECPoint(new BigInteger(1, Arrays.copyOfRange(point, 1, 33)),
-            new BigInteger(1, Arrays.copyOfRange(point, 33, 65))),
-        params.getParameterSpec(ECParameterSpec.class)));
+    PublicKey pub = PublicKeys.p256(point);
     byte[] digest = MessageDigest.getInstance("SHA-256").digest(DATA);
     byte[] signature = sign(new CK_MECHANISM(CKM_ECDSA), ec[1], digest);
     assertEquals(64, signature.length);
