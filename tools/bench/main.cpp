@@ -166,15 +166,12 @@ CK_FUNCTION_LIST_PTR connect_wrapper(const std::string& socket) {
   void* lib = ::dlopen(QOR_WRAPPER_PATH, RTLD_LAZY | RTLD_LOCAL);
   if (lib == nullptr) die(::dlerror());
   auto init = reinterpret_cast<int (*)(const char*)>(::dlsym(lib, "qorpkcs11_client_init"));
-  auto get = reinterpret_cast<CK_C_GetFunctionList>(::dlsym(lib, "C_GetFunctionList"));
-  if (init == nullptr || get == nullptr) die("the wrapper library lacks its client functions");
+  if (init == nullptr) die("the wrapper library lacks qorpkcs11_client_init");
   for (int attempt = 0; init(socket.c_str()) != 0; ++attempt) {
     if (attempt == 3000) die("cannot reach the serving process");
     ::usleep(10000);
   }
-  CK_FUNCTION_LIST_PTR list = nullptr;
-  if (get(&list) != CKR_OK || list == nullptr) die("no function list in the wrapper library");
-  return list;
+  return open_module<qor::abi::Target>(QOR_WRAPPER_PATH);
 }
 
 void register_path(const char* path, const std::function<bool(Op)>& run) {

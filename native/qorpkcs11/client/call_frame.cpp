@@ -3,6 +3,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "qorpkcs11/comm/client.h"
@@ -17,54 +18,45 @@ struct FreeDeleter {
   void operator()(uint8_t* p) const { std::free(p); }
 };
 
-// The serialized request, kept by each calling thread from call to call: a
-// fresh buffer the size of a large payload costs a page fault per page on
-// every call. Wiped after each call, so no payload stays behind, and let go
-// once a call needed more than calls usually do.
+// The serialized request, in a buffer each calling thread keeps from call
+// to call: a fresh buffer the size of a large payload costs a page fault per
+// page on every call. However the call ends, the buffer is wiped, so no
+// payload stays behind, and let go if the call needed more than calls
+// usually do.
 class RequestBuffer {
  public:
-  uint8_t* get(size_t size) {
-    if (size > capacity_) {
-      bytes_.reset();  // before the new one, so the two never coexist
-      capacity_ = 0;
-      bytes_.reset(new uint8_t[size]);
-      capacity_ = size;
+  explicit RequestBuffer(size_t size) : size_(size) {
+    Kept& kept = tKept;
+    if (size > kept.capacity) {
+      kept.bytes.reset();  // before the new one, so the two never coexist
+      kept.capacity = 0;
+      kept.bytes.reset(new uint8_t[size]);
+      kept.capacity = size;
     }
-    used_ = size;
-    return bytes_.get();
   }
+  ~RequestBuffer() {
+    Kept& kept = tKept;
+    if (size_ != 0) std::memset(kept.bytes.get(), 0, size_);
+    if (kept.capacity > kKept) {
+      kept.bytes.reset();
+      kept.capacity = 0;
+    }
+  }
+  RequestBuffer(const RequestBuffer&) = delete;
+  RequestBuffer& operator=(const RequestBuffer&) = delete;
 
-  void done() {
-    if (used_ != 0) std::memset(bytes_.get(), 0, used_);
-    used_ = 0;
-    if (capacity_ > kKept) {
-      bytes_.reset();
-      capacity_ = 0;
-    }
-  }
+  uint8_t* get() const { return tKept.bytes.get(); }
 
  private:
   static constexpr size_t kKept = size_t{4} << 20;
-  std::unique_ptr<uint8_t[]> bytes_;
-  size_t capacity_ = 0;
-  size_t used_ = 0;
+  struct Kept {
+    std::unique_ptr<uint8_t[]> bytes;
+    size_t capacity = 0;
+  };
+  static thread_local Kept tKept;
+  size_t size_;
 };
-
-// Wipes and trims the thread's request buffer however the call ends.
-class UsedRequest {
- public:
-  explicit UsedRequest(size_t size) : buffer_(tBuffer), bytes_(buffer_.get(size)) {}
-  ~UsedRequest() { buffer_.done(); }
-  UsedRequest(const UsedRequest&) = delete;
-  UsedRequest& operator=(const UsedRequest&) = delete;
-  uint8_t* get() const { return bytes_; }
-
- private:
-  static thread_local RequestBuffer tBuffer;
-  RequestBuffer& buffer_;
-  uint8_t* bytes_;
-};
-thread_local RequestBuffer UsedRequest::tBuffer;
+thread_local RequestBuffer::Kept RequestBuffer::tKept;
 
 CK_RV exchange(const Frame& frame, BuildFn build, PresentFn present, CopyFn copy) {
   if (frame.entry) QOR_LOGD(kClient, "%s", frame.entry);
@@ -76,7 +68,7 @@ CK_RV exchange(const Frame& frame, BuildFn build, PresentFn present, CopyFn copy
   // Serialized once, straight into the buffer the transport sends.
   const size_t size = op.ByteSizeLong();
   if (size > INT32_MAX) return kTransportFailed;  // more than a frame can carry
-  UsedRequest request(size);
+  RequestBuffer request(size);
   op.SerializeWithCachedSizesToArray(request.get());
   if (frame.sizeLine) QOR_LOGD(kClient, frame.sizeLine, static_cast<int>(size));
   if (frame.beforeSend) QOR_LOGD(kClient, "%s", frame.beforeSend);

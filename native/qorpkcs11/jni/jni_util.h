@@ -90,7 +90,9 @@ T* zeroAlloc(size_t count) {
 // then kept for the life of the process: a FindClass costs more than most
 // conversions. This library is loaded by one class loader, so a name always
 // means the same class. The results are global references: never delete
-// them. A class that is not found is looked up again next time.
+// them. A class that is not found is looked up again next time. Names are
+// the library's string constants and are told apart by address (the same
+// text at two addresses costs only a second entry).
 //
 // The class of a name; null with FindClass's exception pending when missing.
 jclass knownClass(JNIEnv* env, const char* name);

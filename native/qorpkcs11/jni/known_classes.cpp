@@ -1,5 +1,5 @@
+#include <functional>
 #include <mutex>
-#include <string>
 #include <unordered_map>
 
 #include "qorpkcs11/jni/jni_util.h"
@@ -7,11 +7,28 @@
 namespace qor::jni {
 namespace {
 
-// Never destroyed: natives may still run while the process exits.
+struct MethodKey {
+  const char* className;
+  const char* name;
+  const char* signature;
+  bool operator==(const MethodKey& o) const {
+    return className == o.className && name == o.name && signature == o.signature;
+  }
+};
+
+struct MethodKeyHash {
+  size_t operator()(const MethodKey& k) const {
+    const std::hash<const void*> h;
+    return h(k.className) ^ (h(k.name) << 1) ^ (h(k.signature) << 2);
+  }
+};
+
+// Keyed by the names' addresses, so a lookup builds no string. Never
+// destroyed: natives may still run while the process exits.
 struct Known {
   std::mutex lock;
-  std::unordered_map<std::string, jclass> classes;
-  std::unordered_map<std::string, jmethodID> methods;
+  std::unordered_map<const char*, jclass> classes;
+  std::unordered_map<MethodKey, jmethodID, MethodKeyHash> methods;
 };
 
 Known& known() {
@@ -46,7 +63,7 @@ jclass knownClassQuietly(JNIEnv* env, const char* name) {
 }
 
 jmethodID knownMethod(JNIEnv* env, const char* className, const char* name, const char* signature) {
-  const std::string key = std::string(className) + '.' + name + signature;
+  const MethodKey key{className, name, signature};
   Known& k = known();
   {
     std::lock_guard<std::mutex> guard(k.lock);

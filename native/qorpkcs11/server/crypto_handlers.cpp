@@ -1,7 +1,7 @@
 // Encryption, decryption, digest, signature and verification functions. The
 // families share one shape each; a row gives what differs.
 #include <algorithm>
-#include <memory>
+#include <optional>
 
 #include "qorpkcs11/server/handler.h"
 #include "qorpkcs11/server/marshal.h"
@@ -66,15 +66,16 @@ std::string serve_in_out(const std::string& bytes, const InOut<Request, Response
         const std::string& input = (req.*row.input)();
         const CK_ULONG inputLength = ul((req.*row.inputLength)());
         const CK_ULONG outputLength = ul((req.*row.outputLength)());
-        if (!carries(input, inputLength)) return call.refuse();
+        const Input source(input, inputLength);
+        if (source.status() != CKR_OK) return call.refuse();
         // Single-part: the module reads the request's bytes in place. With
         // shared sizing it gets a buffer of the output's length filled from
         // the input, and still reads inputLength bytes: past the output's
         // length it finds zeros.
-        std::unique_ptr<Buffer> shared;
-        CK_BYTE* in = Input(input, inputLength).data();
+        std::optional<Buffer> shared;
+        CK_BYTE* in = source.data();
         if (row.sizing == Sizing::kOutput) {
-          shared = std::make_unique<Buffer>(std::max(inputLength, outputLength));
+          shared.emplace(std::max(inputLength, outputLength));
           if (!shared->ok()) return call.out_of_memory();
           shared->fill(input, outputLength);
           in = shared->data();
