@@ -15,30 +15,14 @@
 
 #include "../proto/wire_format.h"
 #include "abi.h"
+#include "softhsm_token.h"
 
 namespace qor::test {
 
 using Bytes = std::vector<unsigned char>;
 
-Bytes bytesOf(const std::string& s);
+inline Bytes bytesOf(const std::string& s) { return Bytes(s.begin(), s.end()); }
 inline std::string hex(const Bytes& b) { return wire::hex(std::string(b.begin(), b.end())); }
-
-// A temporary SoftHSM2 configuration (SOFTHSM2_CONF) whose token directory
-// holds one token: label "test", user PIN "1234", SO PIN "5678".
-class SoftHsmToken {
- public:
-  SoftHsmToken();
-  ~SoftHsmToken();
-  SoftHsmToken(const SoftHsmToken&) = delete;
-  SoftHsmToken& operator=(const SoftHsmToken&) = delete;
-
-  bool ok() const { return error_.empty(); }
-  const std::string& error() const { return error_; }
-
- private:
-  std::string dir_;
-  std::string error_;
-};
 
 // libqorbridge.so, project ABI, in front of SoftHSM2.
 struct ViaBridge {

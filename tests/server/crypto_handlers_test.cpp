@@ -285,34 +285,61 @@ INSTANTIATE_TEST_SUITE_P(Crypto, HandlerTest, ::testing::ValuesIn(kCases), label
 
 const std::string kShortMechanism = field(1, 1) + field(2, std::string("ab")) + field(3, 3);
 
+// Inputs shorter than their stated length (a signature or seed sent as
+// text stops at its first zero byte) reach the module padded with zeros.
+const HandlerCase kShortInputs[] = {
+    {"EncryptInitParameter", "C_EncryptInit",
+     encoded(&Operation::mutable_c_encryptinit, field(2, kShortMechanism)), {CKR_OK},
+     "C_EncryptInit(hSession=0, pMechanism={mechanism=0x1, pParameter=[616200], "
+     "ulParameterLen=3}, hKey=0)"},
+    {"Encrypt", "C_Encrypt", in_out(&Operation::mutable_c_encrypt, "ab", 3, 8), {CKR_OK},
+     "C_Encrypt(hSession=7, pData=[616200], ulDataLen=3, pEncryptedData=" + shown(zeros(8)) +
+         ", *pulEncryptedDataLen=8)"},
+    {"DigestUpdate", "C_DigestUpdate", in_only(&Operation::mutable_c_digestupdate, "ab", 3),
+     {CKR_OK}, "C_DigestUpdate(hSession=7, pPart=[616200], ulPartLen=3)"},
+    {"VerifyFinal", "C_VerifyFinal", in_only(&Operation::mutable_c_verifyfinal, "", 1),
+     {CKR_SIGNATURE_INVALID}, "C_VerifyFinal(hSession=7, pSignature=[00], ulSignatureLen=1)"},
+    {"VerifyData", "C_Verify", encoded(&Operation::mutable_c_verify, field(3, 1)),
+     {CKR_SIGNATURE_INVALID},
+     "C_Verify(hSession=0, pData=[00], ulDataLen=1, pSignature=[], ulSignatureLen=0)"},
+    {"SeedRandom", "C_SeedRandom", in_only(&Operation::mutable_c_seedrandom, "s", 4), {CKR_OK},
+     "C_SeedRandom(hSession=7, pSeed=[73000000], ulSeedLen=4)",
+     output_is(&OperationResult::c_seedrandom_response, std::string("s\0\0\0", 4), 4)},
+    {"UnWrapKeyWrappedKey", "C_UnWrapKey",
+     [](Operation& o) { o.mutable_c_unwrapkey()->set_ulwrappedkeylen(1); }, {CKR_OK},
+     "C_UnwrapKey(hSession=0, pMechanism={mechanism=0x0, pParameter=[], ulParameterLen=0}, "
+     "hUnwrappingKey=0, pWrappedKey=[00], ulWrappedKeyLen=1, pTemplate=[], ulAttributeCount=0, "
+     "phKey=nonnull)"},
+};
+
+INSTANTIATE_TEST_SUITE_P(CryptoShortInputs, HandlerTest, ::testing::ValuesIn(kShortInputs),
+                         label<HandlerCase>);
+
+// Lengths no frame could carry, and counts above the messages sent.
+const std::string kHugeMechanism = field(1, 1) + field(2, std::string("ab")) + field(3, -3);
+
 const Refusal kRefusals[] = {
     {"EncryptInitParameter", "C_EncryptInit",
-     encoded(&Operation::mutable_c_encryptinit, field(2, kShortMechanism))},
+     encoded(&Operation::mutable_c_encryptinit, field(2, kHugeMechanism))},
     {"DigestInitParameter", "C_DigestInit",
-     encoded(&Operation::mutable_c_digestinit, field(2, kShortMechanism))},
-    {"Encrypt", "C_Encrypt", in_out(&Operation::mutable_c_encrypt, "ab", 3, 8)},
+     encoded(&Operation::mutable_c_digestinit, field(2, kHugeMechanism))},
     {"DecryptNegative", "C_Decrypt", in_out(&Operation::mutable_c_decrypt, "ab", -1, 8)},
-    {"EncryptUpdate", "C_EncryptUpdate", in_out(&Operation::mutable_c_encryptupdate, "ab", 3, 8)},
-    {"DecryptVerifyUpdate", "C_DecryptVerifyUpdate",
-     in_out(&Operation::mutable_c_decryptverifyupdate, "", 1, 8)},
-    {"DigestUpdate", "C_DigestUpdate", in_only(&Operation::mutable_c_digestupdate, "ab", 3)},
-    {"VerifyFinal", "C_VerifyFinal", in_only(&Operation::mutable_c_verifyfinal, "", 1)},
-    {"VerifyData", "C_Verify", encoded(&Operation::mutable_c_verify, field(3, 1))},
-    // A seed sent as text stops at its first zero byte.
-    {"SeedRandom", "C_SeedRandom", in_only(&Operation::mutable_c_seedrandom, "s", 4)},
+    {"EncryptUpdateNegative", "C_EncryptUpdate",
+     in_out(&Operation::mutable_c_encryptupdate, "ab", -3, 8)},
+    {"VerifyFinalNegative", "C_VerifyFinal", in_only(&Operation::mutable_c_verifyfinal, "", -1)},
     {"GenerateKeyCount", "C_GenerateKey",
      [](Operation& o) { o.mutable_c_generatekey()->set_ulcount(1); }},
     {"GenerateKeyPairPrivateCount", "C_GenerateKeyPair",
      [](Operation& o) { o.mutable_c_generatekeypair()->set_ulprivatekeyattributecount(2); }},
     {"WrapKeyMechanism", "C_WrapKey",
      [](Operation& o) {
-       ASSERT_TRUE(o.mutable_c_wrapkey()->mutable_pmechanism()->ParseFromString(kShortMechanism));
+       ASSERT_TRUE(o.mutable_c_wrapkey()->mutable_pmechanism()->ParseFromString(kHugeMechanism));
      }},
-    {"UnWrapKeyWrappedKey", "C_UnWrapKey",
-     [](Operation& o) { o.mutable_c_unwrapkey()->set_ulwrappedkeylen(1); }},
+    {"UnWrapKeyWrappedKeyNegative", "C_UnWrapKey",
+     [](Operation& o) { o.mutable_c_unwrapkey()->set_ulwrappedkeylen(-1); }},
     {"DeriveKeyMechanism", "C_DeriveKey",
      [](Operation& o) {
-       ASSERT_TRUE(o.mutable_c_derivekey()->mutable_pmechanism()->ParseFromString(kShortMechanism));
+       ASSERT_TRUE(o.mutable_c_derivekey()->mutable_pmechanism()->ParseFromString(kHugeMechanism));
      },
      "C_UnDeriveKey"},
 };

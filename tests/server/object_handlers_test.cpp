@@ -210,8 +210,39 @@ const HandlerCase kCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Objects, HandlerTest, ::testing::ValuesIn(kCases), label<HandlerCase>);
 
-// Attribute lists: count above the messages, or a value the module reads
-// shorter than its length.
+// A value shorter than its length reaches the module padded with zeros.
+const HandlerCase kShortValues[] = {
+    {"SetAttributeValueShortValue", "C_SetAttributeValue",
+     [](Operation& o) {
+       o.mutable_c_setattributevalue()->set_ulcount(1);
+       add(o.mutable_c_setattributevalue()->mutable_ptemplate(), 3, "ab", 3);
+     },
+     {CKR_OK},
+     "C_SetAttributeValue(hSession=0, hObject=0, pTemplate=[{type=0x3, pValue=[616200], "
+     "ulValueLen=3}], ulCount=1)"},
+    {"FindObjectsInitMissingValue", "C_FindObjectsInit",
+     [](Operation& o) {
+       o.mutable_c_findobjectsinit()->set_ulcount(1);
+       add(o.mutable_c_findobjectsinit()->mutable_ptemplate(), 3, nullptr, 4);
+     },
+     {CKR_OK},
+     "C_FindObjectsInit(hSession=0, pTemplate=[{type=0x3, pValue=[00000000], ulValueLen=4}], "
+     "ulCount=1)"},
+    {"CopyObjectShortValue", "C_CopyObject",
+     [](Operation& o) {
+       o.mutable_c_copyobject()->set_ulcount(1);
+       add(o.mutable_c_copyobject()->mutable_ptemplate(), 3, "", 1);
+     },
+     {CKR_OK},
+     "C_CopyObject(hSession=0, hObject=0, pTemplate=[{type=0x3, pValue=[00], ulValueLen=1}], "
+     "ulCount=1, phNewObject=nonnull)"},
+};
+
+INSTANTIATE_TEST_SUITE_P(ObjectsShortValues, HandlerTest, ::testing::ValuesIn(kShortValues),
+                         label<HandlerCase>);
+
+// Attribute lists: a count above the messages, or a value length no frame
+// could carry.
 const Refusal kRefusals[] = {
     {"GetAttributeValueCount", "C_GetAttributeValue",
      [](Operation& o) {
@@ -220,25 +251,15 @@ const Refusal kRefusals[] = {
      }},
     {"GetAttributeValueNegativeCount", "C_GetAttributeValue",
      [](Operation& o) { o.mutable_c_getattributevalue()->set_ulcount(-1); }},
-    {"SetAttributeValueShortValue", "C_SetAttributeValue",
+    {"SetAttributeValueLengthBeyondAnyFrame", "C_SetAttributeValue",
      [](Operation& o) {
        o.mutable_c_setattributevalue()->set_ulcount(1);
-       add(o.mutable_c_setattributevalue()->mutable_ptemplate(), 3, "ab", 3);
+       add(o.mutable_c_setattributevalue()->mutable_ptemplate(), 3, "ab", 0x80000000u);
      }},
     {"FindObjectsInitCount", "C_FindObjectsInit",
      [](Operation& o) { o.mutable_c_findobjectsinit()->set_ulcount(1); }},
-    {"FindObjectsInitMissingValue", "C_FindObjectsInit",
-     [](Operation& o) {
-       o.mutable_c_findobjectsinit()->set_ulcount(1);
-       add(o.mutable_c_findobjectsinit()->mutable_ptemplate(), 3, nullptr, 4);
-     }},
     {"CreateObjectCount", "C_CreateObject",
      [](Operation& o) { o.mutable_c_createobject()->set_ulcount(3); }},
-    {"CopyObjectShortValue", "C_CopyObject",
-     [](Operation& o) {
-       o.mutable_c_copyobject()->set_ulcount(1);
-       add(o.mutable_c_copyobject()->mutable_ptemplate(), 3, "", 1);
-     }},
 };
 
 INSTANTIATE_TEST_SUITE_P(Objects, RefusalTest, ::testing::ValuesIn(kRefusals), label<Refusal>);

@@ -288,26 +288,45 @@ const HandlerCase kCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(Session, HandlerTest, ::testing::ValuesIn(kCases), label<HandlerCase>);
 
-const Refusal kRefusals[] = {
+// A PIN sent as text stops at its first zero byte: the module still gets
+// the stated length, the missing bytes as zeros.
+const HandlerCase kShortFields[] = {
     {"LoginPinShorterThanItsLength", "C_Login",
      [](Operation& o) {
        o.mutable_c_login()->set_ppin("12");
        o.mutable_c_login()->set_ulpinlen(4);
-     }},
-    {"LoginNegativeLength", "C_Login", [](Operation& o) { o.mutable_c_login()->set_ulpinlen(-1); }},
-    {"InitTokenPin", "C_InitToken", [](Operation& o) { o.mutable_c_inittoken()->set_ulpinlen(1); }},
-    {"InitPin", "C_InitPin", [](Operation& o) { o.mutable_c_initpin()->set_ulpinlen(1); }},
-    {"SetPinOld", "C_SetPin", [](Operation& o) { o.mutable_c_setpin()->set_uloldlen(1); }},
+     },
+     {CKR_PIN_INCORRECT}, "C_Login(hSession=0, userType=0, pPin=[31320000], ulPinLen=4)"},
+    {"InitTokenPin", "C_InitToken", [](Operation& o) { o.mutable_c_inittoken()->set_ulpinlen(1); },
+     {CKR_OK}, "C_InitToken(slotID=0, pPin=[00], ulPinLen=1, pLabel=" + shown(zeros(32)) + ")"},
+    {"InitPin", "C_InitPin", [](Operation& o) { o.mutable_c_initpin()->set_ulpinlen(1); }, {CKR_OK},
+     "C_InitPIN(hSession=0, pPin=[00], ulPinLen=1)"},
+    {"SetPinOld", "C_SetPin", [](Operation& o) { o.mutable_c_setpin()->set_uloldlen(1); }, {CKR_OK},
+     "C_SetPIN(hSession=0, pOldPin=[00], ulOldLen=1, pNewPin=[], ulNewLen=0)"},
     {"SetPinNew", "C_SetPin",
      [](Operation& o) {
        o.mutable_c_setpin()->set_pnewpin("12");
        o.mutable_c_setpin()->set_ulnewlen(3);
-     }},
+     },
+     {CKR_OK}, "C_SetPIN(hSession=0, pOldPin=[], ulOldLen=0, pNewPin=[313200], ulNewLen=3)"},
     {"SetOperationState", "C_SetOperationState",
      [](Operation& o) {
        o.mutable_c_setoperationstate()->set_poperationstate("ab");
        o.mutable_c_setoperationstate()->set_uloperationstatelen(3);
-     }},
+     },
+     {CKR_OK},
+     "C_SetOperationState(hSession=0, pOperationState=[616200], ulOperationStateLen=3, "
+     "hEncryptionKey=0, hAuthenticationKey=0)"},
+};
+
+INSTANTIATE_TEST_SUITE_P(SessionShortFields, HandlerTest, ::testing::ValuesIn(kShortFields),
+                         label<HandlerCase>);
+
+// A length no frame could carry is refused.
+const Refusal kRefusals[] = {
+    {"LoginNegativeLength", "C_Login", [](Operation& o) { o.mutable_c_login()->set_ulpinlen(-1); }},
+    {"SetPinNegativeLength", "C_SetPin",
+     [](Operation& o) { o.mutable_c_setpin()->set_ulnewlen(-2); }},
 };
 
 INSTANTIATE_TEST_SUITE_P(Session, RefusalTest, ::testing::ValuesIn(kRefusals), label<Refusal>);

@@ -66,15 +66,19 @@ std::string serve_in_out(const std::string& bytes, const InOut<Request, Response
         const std::string& input = (req.*row.input)();
         const CK_ULONG inputLength = ul((req.*row.inputLength)());
         const CK_ULONG outputLength = ul((req.*row.outputLength)());
-        const Input source(input, inputLength);
-        if (source.status() != CKR_OK) return call.refuse();
-        // Single-part: the module reads the request's bytes in place. With
-        // shared sizing it gets a buffer of the output's length filled from
-        // the input, and still reads inputLength bytes: past the output's
-        // length it finds zeros.
+        // Single-part: the module reads the request's bytes (padded when
+        // the field is short). With shared sizing it gets a buffer of the
+        // output's length filled from the input, and still reads inputLength
+        // bytes: past the output's length it finds zeros.
+        std::optional<Input> own;
         std::optional<Buffer> shared;
-        CK_BYTE* in = source.data();
-        if (row.sizing == Sizing::kOutput) {
+        CK_BYTE* in = nullptr;
+        if (row.sizing == Sizing::kOwn) {
+          own.emplace(input, inputLength);
+          if (const CK_RV bad = own->status()) return call.decline(bad);
+          in = own->data();
+        } else {
+          if (beyond_any_frame(inputLength)) return call.refuse();
           shared.emplace(std::max(inputLength, outputLength));
           if (!shared->ok()) return call.out_of_memory();
           shared->fill(input, outputLength);

@@ -11,11 +11,6 @@ using pkcs11::OperationResult;
 
 namespace {
 
-// PINs go to the module straight from the request's bytes.
-CK_UTF8CHAR_PTR bytes_of(const std::string& field) {
-  return reinterpret_cast<CK_UTF8CHAR_PTR>(const_cast<char*>(field.data()));
-}
-
 void set_version(pkcs11::CK_VERSION* out, CK_VERSION version) {
   out->set_major(version.major);
   out->set_minor(version.minor);
@@ -212,7 +207,8 @@ std::string C_GetMechanismInfo_Server(const std::string& request) {
 std::string C_InitToken_Server(const std::string& request) {
   return serve(request, "C_InitToken", &Operation::c_inittoken, RvLine::kReturnValue,
                [](const pkcs11::C_InitToken& req, Call& call) {
-                 if (!carries(req.ppin(), ul(req.ulpinlen()))) return call.refuse();
+                 const Input pin(req.ppin(), ul(req.ulpinlen()));
+                 if (const CK_RV bad = pin.status()) return call.decline(bad);
                  // The module reads a 32-byte label; a shorter one is followed
                  // by zeros (its terminator first), never by foreign memory.
                  constexpr size_t kLabelSize = 32;
@@ -220,7 +216,7 @@ std::string C_InitToken_Server(const std::string& request) {
                  Buffer label(static_cast<CK_ULONG>(size > kLabelSize ? size : kLabelSize));
                  if (!label.ok()) return call.out_of_memory();
                  label.fill(req.plabel());
-                 return call.invoke(QOR_MEMBER(C_InitToken), ul(req.slotid()), bytes_of(req.ppin()),
+                 return call.invoke(QOR_MEMBER(C_InitToken), ul(req.slotid()), pin.data(),
                                     ul(req.ulpinlen()), label.data());
                });
 }
@@ -228,8 +224,9 @@ std::string C_InitToken_Server(const std::string& request) {
 std::string C_InitPin_Server(const std::string& request) {
   return serve(request, "C_InitPin", &Operation::c_initpin, RvLine::kReturnValue,
                [](const pkcs11::C_InitPin& req, Call& call) {
-                 if (!carries(req.ppin(), ul(req.ulpinlen()))) return call.refuse();
-                 return call.invoke(QOR_MEMBER(C_InitPIN), ul(req.hsession()), bytes_of(req.ppin()),
+                 const Input pin(req.ppin(), ul(req.ulpinlen()));
+                 if (const CK_RV bad = pin.status()) return call.decline(bad);
+                 return call.invoke(QOR_MEMBER(C_InitPIN), ul(req.hsession()), pin.data(),
                                     ul(req.ulpinlen()));
                });
 }
@@ -237,21 +234,22 @@ std::string C_InitPin_Server(const std::string& request) {
 std::string C_SetPin_Server(const std::string& request) {
   return serve(request, "C_SetPin", &Operation::c_setpin, RvLine::kReturnValue,
                [](const pkcs11::C_SetPin& req, Call& call) {
-                 if (!carries(req.poldpin(), ul(req.uloldlen())) ||
-                     !carries(req.pnewpin(), ul(req.ulnewlen())))
-                   return call.refuse();
-                 return call.invoke(QOR_MEMBER(C_SetPIN), ul(req.hsession()),
-                                    bytes_of(req.poldpin()), ul(req.uloldlen()),
-                                    bytes_of(req.pnewpin()), ul(req.ulnewlen()));
+                 const Input oldPin(req.poldpin(), ul(req.uloldlen()));
+                 if (const CK_RV bad = oldPin.status()) return call.decline(bad);
+                 const Input newPin(req.pnewpin(), ul(req.ulnewlen()));
+                 if (const CK_RV bad = newPin.status()) return call.decline(bad);
+                 return call.invoke(QOR_MEMBER(C_SetPIN), ul(req.hsession()), oldPin.data(),
+                                    ul(req.uloldlen()), newPin.data(), ul(req.ulnewlen()));
                });
 }
 
 std::string C_Login_Server(const std::string& request) {
   return serve(request, "C_Login", &Operation::c_login, RvLine::kReturnValue,
                [](const pkcs11::C_Login& req, Call& call) {
-                 if (!carries(req.ppin(), ul(req.ulpinlen()))) return call.refuse();
+                 const Input pin(req.ppin(), ul(req.ulpinlen()));
+                 if (const CK_RV bad = pin.status()) return call.decline(bad);
                  return call.invoke(QOR_MEMBER(C_Login), ul(req.hsession()), ul(req.usertype()),
-                                    bytes_of(req.ppin()), ul(req.ulpinlen()));
+                                    pin.data(), ul(req.ulpinlen()));
                });
 }
 

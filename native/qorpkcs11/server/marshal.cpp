@@ -22,13 +22,24 @@ std::string Buffer::head(CK_ULONG length) const {
   return std::string(reinterpret_cast<const char*>(data()), std::min(length, size()));
 }
 
-Input::Input(const std::string& field, CK_ULONG length)
+Input::Input(const std::string& field, CK_ULONG length) : size_(length) {
+  if (beyond_any_frame(length)) {
+    status_ = CKR_ARGUMENTS_BAD;
+  } else if (length <= field.size()) {
     // The module's parameter is not const; what it might write lands in the
     // request's own copy of the bytes, which nobody reads afterwards.
-    : data_(carries(field, length) ? reinterpret_cast<CK_BYTE*>(const_cast<char*>(field.data()))
-                                   : nullptr),
-      size_(data_ != nullptr ? length : 0),
-      status_(data_ != nullptr ? CKR_OK : CKR_ARGUMENTS_BAD) {}
+    data_ = reinterpret_cast<CK_BYTE*>(const_cast<char*>(field.data()));
+  } else {
+    padded_ = std::make_unique<Buffer>(length);
+    if (padded_->ok()) {
+      padded_->fill(field);
+      data_ = padded_->data();
+    } else {
+      status_ = CKR_HOST_MEMORY;
+    }
+  }
+  if (data_ == nullptr) size_ = 0;
+}
 
 std::string Input::head(CK_ULONG length) const {
   if (data_ == nullptr) return {};
@@ -37,13 +48,10 @@ std::string Input::head(CK_ULONG length) const {
 
 namespace {
 
-bool fits(const Attributes& messages, CK_ULONG count, Values use) {
+bool fits(const Attributes& messages, CK_ULONG count) {
   if (count > static_cast<CK_ULONG>(messages.size())) return false;
-  for (CK_ULONG i = 0; i < count; ++i) {
-    const pkcs11::CK_ATTRIBUTE& m = messages.Get(static_cast<int>(i));
-    const bool read = use == Values::kAlways || (use == Values::kRead && m.has_pvalue());
-    if (read && !carries(m.pvalue(), m.ulvaluelen())) return false;
-  }
+  for (CK_ULONG i = 0; i < count; ++i)
+    if (beyond_any_frame(messages.Get(static_cast<int>(i)).ulvaluelen())) return false;
   return true;
 }
 
@@ -62,7 +70,7 @@ void drop_peer_pointers(Buffer& value, CK_ATTRIBUTE_TYPE type) {
 }  // namespace
 
 CK_RV Template::build(const Attributes& messages, CK_ULONG count, Values use, const char* label) {
-  if (!fits(messages, count, use)) return CKR_ARGUMENTS_BAD;
+  if (!fits(messages, count)) return CKR_ARGUMENTS_BAD;
   // Never a null array, also for no attributes: some modules refuse one.
   records_.reserve(count == 0 ? 1 : count);
   records_.assign(count, CK_ATTRIBUTE{});
@@ -148,7 +156,7 @@ void Template::echo(Attributes* out) const {
 
 CK_RV Mechanism::build(const pkcs11::CK_MECHANISM& message) {
   const CK_ULONG length = ul(message.ulparameterlen());
-  if (!carries(message.pparameter(), length)) return CKR_ARGUMENTS_BAD;
+  if (beyond_any_frame(length)) return CKR_ARGUMENTS_BAD;
   parameter_ = std::make_unique<Buffer>(length);
   if (!parameter_->ok()) return CKR_HOST_MEMORY;
   parameter_->fill(message.pparameter());

@@ -23,10 +23,9 @@ inline CK_ULONG ul(int64_t value) { return static_cast<CK_ULONG>(value); }
 inline CK_ULONG ul(uint32_t value) { return value; }
 inline int32_t wire(CK_ULONG value) { return static_cast<int32_t>(value); }
 
-// True when a byte field holds at least the length the request declares for it.
-inline bool carries(const std::string& field, CK_ULONG declared) {
-  return declared <= field.size();
-}
+// A length no frame could carry the bytes of: the peer cannot have meant it,
+// and padding a field out to it would hand the module gigabytes of zeros.
+inline bool beyond_any_frame(CK_ULONG declared) { return declared > INT32_MAX; }
 
 // Byte counts for "%.*s", so a log line never reads past a buffer.
 inline int shown(size_t size) { return size > INT_MAX ? INT_MAX : static_cast<int>(size); }
@@ -74,13 +73,17 @@ class Buffer : public HeapArray<CK_BYTE> {
   std::string head(CK_ULONG length) const;
 };
 
-// The first `length` bytes of a field the module reads as data, handed to it
-// in place: the parsed request outlives the module call and nothing else
-// touches it meanwhile, so a copy would only add a pass over the payload.
+// The first `length` bytes of a field the module reads as data. A field
+// that holds them all is handed over in place: the parsed request outlives
+// the module call and nothing else touches it meanwhile, so a copy would only
+// add a pass over the payload. A shorter field (a PIN, seed or signature the
+// peer sent as text, cut at its first zero byte) reaches the module as a
+// fresh buffer of the stated length: the field's bytes, then zeros.
 class Input {
  public:
   Input(const std::string& field, CK_ULONG length);
-  // CKR_ARGUMENTS_BAD when the field holds fewer bytes than that, else CKR_OK.
+  // CKR_ARGUMENTS_BAD for a length beyond any frame, CKR_HOST_MEMORY when
+  // the padded copy cannot be had, else CKR_OK.
   CK_RV status() const { return status_; }
   // Never null when the status is CKR_OK.
   CK_BYTE* data() const { return data_; }
@@ -88,14 +91,15 @@ class Input {
   std::string head(CK_ULONG length) const;
 
  private:
-  CK_BYTE* data_;
-  CK_ULONG size_;
-  CK_RV status_;
+  std::unique_ptr<Buffer> padded_;
+  CK_BYTE* data_ = nullptr;
+  CK_ULONG size_ = 0;
+  CK_RV status_ = CKR_OK;
 };
 
 // What the module does with a template's values.
 enum class Values {
-  kRead,     // inputs: the request must carry every declared byte
+  kRead,     // inputs: a value shorter than declared is padded with zeros
   kWritten,  // C_GetAttributeValue: buffers the module fills
   kAlways,   // C_FindObjectsInit: every record gets a buffer, value or not
 };
@@ -104,8 +108,9 @@ enum class Values {
 // buffers.
 class Template {
  public:
-  // CKR_ARGUMENTS_BAD when the count exceeds the messages or a value the
-  // module reads is shorter than declared; CKR_HOST_MEMORY; else CKR_OK.
+  // CKR_ARGUMENTS_BAD when the count exceeds the messages or a value's
+  // length is beyond any frame; CKR_HOST_MEMORY; else CKR_OK. A value shorter
+  // than its length reaches the module padded with zeros.
   // `label` names the records in the per-attribute log lines.
   CK_RV build(const Attributes& messages, CK_ULONG count, Values use, const char* label);
 
@@ -131,7 +136,8 @@ class Template {
 // A CK_MECHANISM with its own copy of the opaque parameter bytes.
 class Mechanism {
  public:
-  // CKR_ARGUMENTS_BAD when the parameter is shorter than declared.
+  // CKR_ARGUMENTS_BAD when the parameter's length is beyond any frame; a
+  // shorter parameter is padded with zeros.
   CK_RV build(const pkcs11::CK_MECHANISM& message);
   CK_MECHANISM_PTR get() { return &mechanism_; }
 

@@ -1,0 +1,61 @@
+#include "remoted.h"
+
+#include <dlfcn.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "jvm.h"
+#include "qorpkcs11/client/proxy.h"
+#include "qorpkcs11/server/server.h"
+
+namespace qor::test {
+namespace {
+
+[[noreturn]] void fail(const char* what) {
+  std::fprintf(stderr, "serving process: %s\n", what);
+  std::_Exit(3);
+}
+
+// What a serving app does at start-up, then serve until killed.
+[[noreturn]] void serve(const std::string& name) {
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+  ensure_registry_lock();
+  void* lib = ::dlopen(QOR_BRIDGE_PATH, RTLD_LAZY | RTLD_LOCAL);
+  if (lib == nullptr) fail(::dlerror());
+  auto get = reinterpret_cast<CK_C_GetFunctionList>(::dlsym(lib, "C_GetFunctionList"));
+  CK_FUNCTION_LIST_PTR list = nullptr;
+  if (get == nullptr || get(&list) != CKR_OK) fail("no function list in the bridge");
+  // Never destroyed: the process ends by SIGKILL.
+  new Registration(name.c_str(), list, lib);
+  if (qorpkcs11_init_server(name.c_str()) != 0) fail("server init failed");
+  for (;;) ::pause();
+}
+
+}  // namespace
+
+abi::Target::CK_FUNCTION_LIST* ViaRemoting::open() {
+  static const std::string name = "@qor-remoted-" + std::to_string(::getpid());
+  const pid_t server = ::fork();
+  if (server == 0) serve(name);
+  if (server < 0) {
+    ADD_FAILURE() << "fork failed";
+    return nullptr;
+  }
+  // The serving process needs a moment to start its VM and listen.
+  int rc = -1;
+  for (int attempt = 0; attempt < 300 && (rc = qorpkcs11_client_init(name.c_str())) != 0; ++attempt)
+    ::usleep(100 * 1000);
+  if (rc != 0) {
+    ADD_FAILURE() << "no serving process on " << name << " (" << rc << ")";
+    return nullptr;
+  }
+  CK_FUNCTION_LIST_PTR list = nullptr;
+  EXPECT_EQ(CKR_OK, C_GetFunctionList(&list));
+  return list;
+}
+
+}  // namespace qor::test
