@@ -208,12 +208,32 @@ const Row kRows[] = {
        auto* r = op.mutable_c_decryptfinal();
        r->set_hsession(7); r->set_plastpart("abc"); r->set_pullastpartlen(3);
      }},
-    {"a size query sends an empty output", "C_DecryptVerifyUpdate",
+    // Whatever the caller's length says: a real capacity would let the module
+    // do the work into a buffer nobody reads.
+    {"a size query sends an empty output of capacity 0", "C_DecryptVerifyUpdate",
      [](Memory& m) { return C_DecryptVerifyUpdate(7, m.data, 20, nullptr, &m.len); },
      [](Memory& m, Operation& op) {
        auto* r = op.mutable_c_decryptverifyupdate();
        r->set_hsession(7); r->set_pencryptedpart(bytes(m.data, 20)); r->set_ulencryptedpartlen(20);
-       r->set_ppart(""); r->set_pulpartlen(256);
+       r->set_ppart(""); r->set_pulpartlen(0);
+     }},
+    {"a signature size query sends capacity 0", "C_Sign",
+     [](Memory& m) { return C_Sign(7, m.data, 20, nullptr, &m.len); },
+     [](Memory& m, Operation& op) {
+       auto* r = op.mutable_c_sign();
+       r->set_hsession(7); r->set_pdata(bytes(m.data, 20)); r->set_uldatalen(20);
+       r->set_psignature(""); r->set_pulsignaturelen(0);
+     }},
+    {"a wrapped key size query sends capacity 0", "C_WrapKey",
+     [](Memory& m) {
+       CK_MECHANISM mech = {CKM_RSA_PKCS, nullptr, 0};
+       return C_WrapKey(7, &mech, 8, 9, nullptr, &m.len);
+     },
+     [](Memory&, Operation& op) {
+       auto* r = op.mutable_c_wrapkey();
+       r->set_hsession(7); r->set_hwrappingkey(8); r->set_hkey(9);
+       r->set_pwrappedkey(""); r->set_pulwrappedkeylen(0);
+       mechanism(r->mutable_pmechanism(), CKM_RSA_PKCS);
      }},
     {"verify cuts the signature at its first zero byte", "C_Verify",
      [](Memory& m) { return C_Verify(7, m.data, 20, m.sig, 8); },

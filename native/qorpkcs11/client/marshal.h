@@ -51,11 +51,14 @@ void takeTemplate(const WireTemplate& in, uint32_t stated, CK_ATTRIBUTE* t, CK_U
                   TemplateRule rule);
 
 // The caller's output buffer of a data-producing call. A null buffer is a
-// size query: an empty field goes out, the length comes back, no bytes do,
-// and CKR_BUFFER_TOO_SMALL means the query succeeded.
+// size query: an empty field and a capacity of 0 go out, whatever *len held,
+// so the serving side's module cannot do the work into a buffer the caller
+// never sees; the length comes back, no bytes do, and CKR_BUFFER_TOO_SMALL
+// means the query succeeded.
 class Output {
  public:
-  Output(CK_BYTE_PTR data, CK_ULONG_PTR len) : data_(data), len_(len), capacity_(len ? *len : 0) {}
+  Output(CK_BYTE_PTR data, CK_ULONG_PTR len)
+      : data_(data), len_(len), capacity_(data != nullptr && len != nullptr ? *len : 0) {}
   bool usable() const { return len_ != nullptr; }
   CK_ULONG capacity() const { return capacity_; }
   void put(std::string* field) const { putText(field, data_, capacity_); }
