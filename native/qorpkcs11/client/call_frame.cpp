@@ -8,6 +8,7 @@
 
 #include "qorpkcs11/comm/client.h"
 #include "qorpkcs11/common/log.h"
+#include "qorpkcs11/common/wipe.h"
 
 namespace qor::client {
 namespace {
@@ -36,7 +37,7 @@ class RequestBuffer {
   }
   ~RequestBuffer() {
     Kept& kept = tKept;
-    if (size_ != 0) std::memset(kept.bytes.get(), 0, size_);
+    wipe(kept.bytes.get(), size_);
     if (kept.capacity > kKept) {
       kept.bytes.reset();
       kept.capacity = 0;
