@@ -1,7 +1,9 @@
 // The processor: which requests reach which handler and module function,
 // and which get the empty reply.
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <thread>
 
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/server/server.h"
@@ -165,6 +167,18 @@ TEST_F(ServerTest, HandlerCalledDirectlyParsesItsOwnRequest) {
   EXPECT_EQ("C_Logout", result.name());
   ASSERT_EQ(2, module_.count());
   EXPECT_EQ("C_Logout(hSession=7)", module_.call(1));
+}
+
+// An app may rename the module from any thread while the serving thread
+// looks the module up by the name being replaced.
+TEST_F(ServerTest, RenamingWhileServingNeverReadsAFreedName) {
+  std::atomic<bool> done{false};
+  std::thread renamer([&] {
+    while (!done) setModuleName_Server(kModuleName);
+  });
+  for (int i = 0; i < 2000; ++i) EXPECT_EQ("C_Logout", serve(request("C_Logout")).name());
+  done = true;
+  renamer.join();
 }
 
 TEST_F(ServerTest, NullModuleNameServesTheOldestRegistration) {

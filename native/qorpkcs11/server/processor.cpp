@@ -1,5 +1,7 @@
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 
@@ -48,13 +50,26 @@ std::string dispatch() {
   return route->handler(already_parsed());
 }
 
+// setModuleName_Server may run on any thread while the serving thread looks
+// the module up by the name it replaces: the name is read and replaced under
+// this lock, and the lookup uses a copy.
+std::mutex gModuleNameMutex;
+
+std::string module_name(bool* present) {
+  std::lock_guard<std::mutex> lock(gModuleNameMutex);
+  *present = mModuleName != nullptr;
+  return *present ? std::string(mModuleName) : std::string();
+}
+
 std::string serve_request(const void* in, int32_t len) {
   // Parsed straight from the frame: a copy of it would be one more pass over
   // a large payload.
   parse_request(in, in != nullptr && len > 0 ? static_cast<size_t>(len) : 0);
   // Looked up for every request, so a module connected or disconnected in
   // between is seen at once.
-  ckpFunctions = getFunctionsByModule(mModuleName);
+  bool named = false;
+  const std::string name = module_name(&named);
+  ckpFunctions = getFunctionsByModule(named ? name.c_str() : nullptr);
   QOR_LOGD(kTag, "Operation name = %s", operation.name().c_str());
   return dispatch();
 }
@@ -81,6 +96,7 @@ int32_t qorpkcs11_server_getLastUsageTime(void) {
 
 int setModuleName_Server(const char* name) {
   QOR_LOGD(kTag, "%s...%s", "setModuleName_Server", name != nullptr ? name : "(null)");
+  std::lock_guard<std::mutex> lock(qor::server::gModuleNameMutex);
   if (name != nullptr) {
     std::free(mModuleName);
     mModuleName = strdup(name);
