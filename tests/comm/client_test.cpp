@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstring>
 #include <functional>
@@ -241,6 +242,28 @@ TEST_F(ClientTest, SilentServerTimesOutWith10AndALateReplyIsDrained) {
 
   late_reply_sent.get_future().wait();
   expect_reply("two", "on time");
+}
+
+// Closing the descriptor under a blocked exchange would neither wake it nor
+// keep its number from being reused for another file while it still holds it.
+TEST_F(ClientTest, DeinitEndsAnExchangeInFlightBeforeItCloses) {
+  comm_set_receive_timeout_for_tests({30, 0});
+  std::promise<void> request_read;
+  connect_with([&](const Fd& conn) {
+    expect_request(conn, "pin");
+    request_read.set_value();
+    EXPECT_TRUE(closed_by_peer(conn, 30000));  // never answers
+  });
+  std::atomic<bool> returned{false};
+  std::thread caller([&] {
+    EXPECT_EQ(13, execute(text("pin")).rc);
+    returned = true;
+  });
+  request_read.get_future().wait();
+  EXPECT_EQ(0, qorpkcs11_comm_client_deinit());
+  EXPECT_TRUE(returned) << "deinit returned while the exchange still held the socket";
+  caller.join();
+  EXPECT_EQ(2, execute(text("after")).rc);
 }
 
 TEST_F(ClientTest, ServerIdDifferingOnlyInTheFirstCharacterConnects) {

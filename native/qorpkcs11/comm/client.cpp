@@ -16,13 +16,16 @@ namespace {
 
 constexpr const char* kTag = log::kCommClient;
 
-// Init and deinit run while no exchange is in flight; the flag and socket
-// are atomic only so that the unlocked checks are not data races.
+// The flag and socket are atomic so that the unlocked checks are not data
+// races; the socket is only closed under gCallMutex, so an exchange never
+// finds its descriptor closed and reused (by then it may be anyone's).
 std::atomic<bool> gInitialized{false};
 std::atomic<int> gSocket{-1};
 // Lives for the whole process instead of being re-created by every init:
 // an exchange that races a re-init then still locks a valid mutex.
 std::mutex gCallMutex;
+// Serialises init and deinit, so a deinit shuts down only the socket it found.
+std::mutex gLifecycleMutex;
 timeval gReceiveTimeout{30, 0};
 
 void close_socket() {
@@ -146,6 +149,7 @@ using namespace qor::comm;
 
 extern "C" int qorpkcs11_comm_client_init(const char* server_id) {
   QOR_LOGD(kTag, "Entry server id %s", server_id ? server_id : "(null)");
+  std::lock_guard<std::mutex> lifecycle(gLifecycleMutex);
   if (gInitialized) {
     QOR_LOGD(kTag, "Already initialized");
     return kAlreadyInitialized;
@@ -190,6 +194,11 @@ extern "C" int qorpkcs11_comm_client_execute_command(const uint8_t* data, int32_
     return kNotInitialized;
   }
   std::lock_guard<std::mutex> lock(gCallMutex);
+  // A deinit may have run while this call waited for the lock.
+  if (!gInitialized) {
+    QOR_LOGD(kTag, "Not initialized");
+    return kNotInitialized;
+  }
   if (len < 1 || data == nullptr || out == nullptr || out_len == nullptr) {
     QOR_LOGD(kTag, "Invalid arguments");
     return kInvalidArguments;
@@ -202,10 +211,15 @@ extern "C" int qorpkcs11_comm_client_execute_command(const uint8_t* data, int32_
 
 extern "C" int qorpkcs11_comm_client_deinit(void) {
   QOR_LOGD(kTag, "Entry");
+  std::lock_guard<std::mutex> lifecycle(gLifecycleMutex);
   if (!gInitialized) {
     QOR_LOGD(kTag, "Not initialized");
     return kNotInitialized;
   }
+  // Ends an exchange blocked on the socket at once instead of after the
+  // receive timeout; the descriptor stays ours until it has let go.
+  ::shutdown(gSocket, SHUT_RDWR);
+  std::lock_guard<std::mutex> lock(gCallMutex);
   close_socket();
   gInitialized = false;
   QOR_LOGD(kTag, "Exit - Success");
