@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "qorpkcs11/common/log.h"
+#include "qorpkcs11/common/sizes.h"
 #include "qorpkcs11/jni/convert_values.h"
 #include "qorpkcs11/jni/exceptions.h"
 #include "qorpkcs11/jni/jni_util.h"
@@ -48,6 +49,7 @@ struct Member {
   size_t offset;
   size_t extra = kNoLength;
   const MemberTable* nested = nullptr;
+  size_t room = 0;  // least bytes a kBytes/kChars buffer gets, for a module to write into
 };
 
 template <size_t N>
@@ -128,9 +130,11 @@ const Member kSkipjackRelayx[] = {
 };
 #undef QOR_RELAYX
 // The IV buffer has no length member: the module writes as many bytes as its
-// mechanism generates, into a buffer as long as the Java array.
+// mechanism generates (8 for every PBE mechanism of the standard), so the
+// buffer holds at least a 16-byte block whatever the Java array's length.
+constexpr size_t kPbeIvRoom = 16;
 const Member kPbe[] = {
-    {Kind::kChars, "pInitVector", QOR_AT(CK_PBE_PARAMS, pInitVector)},
+    {Kind::kChars, "pInitVector", QOR_AT(CK_PBE_PARAMS, pInitVector), kNoLength, nullptr, kPbeIvRoom},
     {Kind::kChars, "pPassword", QOR_AT(CK_PBE_PARAMS, pPassword), QOR_AT(CK_PBE_PARAMS, ulPasswordLen)},
     {Kind::kChars, "pSalt", QOR_AT(CK_PBE_PARAMS, pSalt), QOR_AT(CK_PBE_PARAMS, ulSaltLen)},
     {Kind::kULong, "ulIteration", QOR_AT(CK_PBE_PARAMS, ulIteration)},
@@ -270,7 +274,7 @@ bool fillMember(JNIEnv* env, jobject obj, void* base, const Member& m, CK_ULONG*
   if (m.kind == Kind::kKeyMatOut) {
     // Output only: IV buffers sized by the IV bits member filled before it.
     CK_ULONG bits = loadAt<CK_ULONG>(base, m.extra);
-    size_t ivLength = (static_cast<size_t>(bits) + 7) / 8;
+    size_t ivLength = qor::bytes_for_bits(bits);
     auto* out = zeroAlloc<CK_SSL3_KEY_MAT_OUT>(0);
     if (out == nullptr) {
       throwOutOfMemoryError(env);
@@ -311,6 +315,18 @@ bool fillMember(JNIEnv* env, jobject obj, void* base, const Member& m, CK_ULONG*
                        ? jByteArrayToCKByteArray(env, static_cast<jbyteArray>(array.get()), &buffer, &n)
                        : jCharArrayToCKCharArray(env, static_cast<jcharArray>(array.get()), &buffer, &n);
       if (status != 0) return false;
+      if (buffer != nullptr && n < m.room) {
+        CK_BYTE_PTR wider = zeroAlloc<CK_BYTE>(m.room);
+        if (wider == nullptr) {
+          std::free(buffer);
+          throwOutOfMemoryError(env);
+          return false;
+        }
+        std::memcpy(wider, buffer, n);
+        std::free(buffer);
+        buffer = wider;
+        n = static_cast<CK_ULONG>(m.room);
+      }
       storeAt(base, m.offset, buffer);
       if (m.extra != kNoLength) storeAt(base, m.extra, n);
       if (length != nullptr) *length = n;

@@ -184,6 +184,19 @@ class MechanismTest {
   }
 
   @Test
+  void aShortPbeIvArrayStillGetsTheWholeIvTheModuleWrites() throws Exception {
+    long session = session();
+    CK_PBE_PARAMS pbe = Params.pbe();
+    pbe.pInitVector = new char[2];
+    p11.C_GenerateKey(session, new CK_MECHANISM(0x3A8, pbe), new CK_ATTRIBUTE[0]);
+    char[] expected = new char[8];
+    for (int i = 0; i < 8; i++) {
+      expected[i] = (char) (0xB0 + i);
+    }
+    assertArrayEquals(expected, pbe.pInitVektor);
+  }
+
+  @Test
   void unwrappingWithSetOaepWritesBackTheBlockContentsAndX() throws Exception {
     long session = session();
     long[] pair = p11.C_GenerateKeyPair(session, new CK_MECHANISM(0x0),
