@@ -48,8 +48,9 @@ class ValueBuffers {
       r.type = type;
       const CK_ULONG length = r.ulValueLen;
       if (length == CK_UNAVAILABLE_INFORMATION) continue;
-      size_t bytes = isTemplateAttribute(type) ? static_cast<size_t>(length) * sizeof(CK_ATTRIBUTE) : length;
-      void* value = zeroAlloc<CK_BYTE>(bytes);
+      // zeroAlloc refuses a count whose bytes wrap size_t (32 bits on the device).
+      void* value = isTemplateAttribute(type) ? static_cast<void*>(zeroAlloc<CK_ATTRIBUTE>(length))
+                                              : static_cast<void*>(zeroAlloc<CK_BYTE>(length));
       if (value == nullptr) {
         throwOutOfMemoryError(env);
         return false;
@@ -169,6 +170,7 @@ QOR_NATIVE(void, C_1GetAttributeValue)(JNIEnv* env, jobject self, jlong hSession
     LocalRef<jobject> attribute(env, ckAttributePtrToJAttribute(env, &a));
     if (env->ExceptionCheck()) return;
     env->SetObjectArrayElement(jTemplate, static_cast<jsize>(i), attribute.get());
+    if (env->ExceptionCheck()) return;  // e.g. an ArrayStoreException
   }
   ckAssertReturnValueOK(env, rv);
 }

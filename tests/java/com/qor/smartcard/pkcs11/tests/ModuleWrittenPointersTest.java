@@ -3,6 +3,8 @@ package com.qor.smartcard.pkcs11.tests;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assumptions.assumeTrue;
 
 import com.qor.smartcard.pkcs11.CK_ATTRIBUTE;
 import com.qor.smartcard.pkcs11.Pkcs11;
@@ -72,5 +74,30 @@ class ModuleWrittenPointersTest {
   @Test
   void unwrapTemplateValuesAreNotReadThroughModulePointers() throws Exception {
     expectNestedValueDropped(CKA_UNWRAP_TEMPLATE);
+  }
+  /** Records whose bytes (12 each on 32 bits) pass 2^32: the product wraps there. */
+  private static final long WRAPPING_RECORDS = 0x15555556L;
+
+  @Test
+  void aNestedTemplateTooLargeToAddressIsRefusedNotWrapped() throws Exception {
+    assumeTrue(Fixture.P == 4, "the byte count only wraps where size_t has 32 bits");
+    TestModule.script("C_GetAttributeValue", 0, null, -1, -1, new long[] {WRAPPING_RECORDS});
+    TestModule.script("C_GetAttributeValue", 0, record(CKA_VALUE, 0, 4), -1, -1, null);
+    CK_ATTRIBUTE[] template = {new CK_ATTRIBUTE(CKA_WRAP_TEMPLATE)};
+    assertThrows(OutOfMemoryError.class, () -> p11.C_GetAttributeValue(1, 2, template));
+  }
+
+  /** An array whose element type CK_ATTRIBUTE itself cannot be stored in. */
+  private static final class NarrowAttribute extends CK_ATTRIBUTE {
+    NarrowAttribute(long type) {
+      super(type);
+    }
+  }
+
+  @Test
+  void aResultTheArrayCannotHoldStopsAtTheFirstStore() {
+    CK_ATTRIBUTE[] template = new NarrowAttribute[] {new NarrowAttribute(CKA_VALUE), new NarrowAttribute(CKA_VALUE)};
+    // Any JNI call made with the exception pending fails the run under -Xcheck:jni.
+    assertThrows(ArrayStoreException.class, () -> p11.C_GetAttributeValue(1, 2, template));
   }
 }
