@@ -78,10 +78,13 @@ JNIEXPORT void JNICALL Java_com_qor_smartcard_pkcs11_Pkcs11_connect(JNIEnv* env,
                                                                    jstring jLibraryName,
                                                                    jstring jGetFunctionListName,
                                                                    jstring jModuleName, jint mode) {
+  // One at a time: no JNI call may run with an OutOfMemoryError pending.
   UtfChars libraryName(env, jLibraryName);
+  if (libraryName.failed()) return;
   UtfChars getterName(env, jGetFunctionListName);
+  if (getterName.failed()) return;
   UtfChars moduleName(env, jModuleName);
-  if (libraryName.failed() || getterName.failed() || moduleName.failed()) return;
+  if (moduleName.failed()) return;
   const char* shownLibrary = libraryName.get() != nullptr ? libraryName.get() : "(null)";
   QOR_LOGD(kNative, "DEBUG: connect to PKCS#11 module: %s ... ", shownLibrary);
   QOR_LOGD(kNative, "DEBUG: connect to PKCS#11 module: %s ", shownLibrary);

@@ -59,19 +59,26 @@ struct Forward<&CK_FUNCTION_LIST::C_GetFunctionList> {
 IQorPkcs11::~IQorPkcs11() = default;
 
 IQorPkcs11* IQorPkcs11::getInstance(const char* moduleName) {
-  return new (std::nothrow) QorPkcs11Impl(moduleName);
+  std::unique_ptr<QorPkcs11Impl> instance(new (std::nothrow) QorPkcs11Impl(moduleName));
+  // Without its copy of the name it would route every call to the first module.
+  if (instance != nullptr && moduleName != nullptr && instance->moduleName() == nullptr) return nullptr;
+  return instance.release();
 }
 
-QorPkcs11Impl::QorPkcs11Impl(const char* moduleName)
-    : mModuleName(moduleName != nullptr ? strdup(moduleName) : nullptr) {}
+QorPkcs11Impl::QorPkcs11Impl(const char* moduleName) {
+  if (moduleName == nullptr) return;
+  const size_t size = std::strlen(moduleName) + 1;
+  mModuleName.reset(new (std::nothrow) char[size]);
+  if (mModuleName != nullptr) std::memcpy(mModuleName.get(), moduleName, size);
+}
 
-QorPkcs11Impl::~QorPkcs11Impl() { std::free(mModuleName); }
+QorPkcs11Impl::~QorPkcs11Impl() = default;
 
 #define QOR_UNPACK(...) __VA_ARGS__
 #define QOR_IMPL_FORWARD(name, params, args)                                           \
   CK_RV QorPkcs11Impl::name params {                                                   \
     return Forward<&CK_FUNCTION_LIST::name>::call(                                      \
-        mModuleName, #name, [](CK_FUNCTION_LIST_PTR list) { return list->name; }, QOR_UNPACK args); \
+        mModuleName.get(), #name, [](CK_FUNCTION_LIST_PTR list) { return list->name; }, QOR_UNPACK args); \
   }
 QOR_PKCS11_FUNCTIONS(QOR_IMPL_FORWARD)
 #undef QOR_IMPL_FORWARD
