@@ -14,7 +14,7 @@
 #include "log_capture.h"
 #include "qorpkcs11/IQorPkcs11.h"
 #include "qorpkcs11/common/log.h"
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 
 namespace qor::test {
 namespace {

@@ -10,7 +10,7 @@
 #include "jvm.h"
 #include "log_capture.h"
 #include "qorpkcs11/common/log.h"
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 #include "testmodule.h"
 
 extern "C" {

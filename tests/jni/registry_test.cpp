@@ -1,6 +1,6 @@
 // The module registry against a real Java VM: Java objects as keys, the
 // monitor, name lookups from threads the VM does not know.
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 
 #include <gtest/gtest.h>
 

@@ -13,7 +13,7 @@
 
 #include <jni.h>
 
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 #include "qorpkcs11/pkcs11.h"
 
 namespace qor::test {

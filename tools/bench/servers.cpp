@@ -16,7 +16,7 @@
 
 #include "qorpkcs11/comm/frame.h"
 #include "qorpkcs11/comm/server.h"
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 #include "qorpkcs11/server/server.h"
 
 extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM* vm, void* reserved);

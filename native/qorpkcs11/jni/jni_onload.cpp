@@ -1,7 +1,7 @@
 #include <jni.h>
 
 #include "qorpkcs11/common/log.h"
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 
 extern "C" {
 

@@ -12,7 +12,7 @@
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/jni/exceptions.h"
 #include "qorpkcs11/jni/jni_util.h"
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 #include "qorpkcs11/server/server.h"
 
 using qor::jni::UtfChars;

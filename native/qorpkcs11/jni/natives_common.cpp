@@ -1,6 +1,6 @@
 #include "qorpkcs11/jni/natives_common.h"
 
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 
 namespace qor::jni {
 

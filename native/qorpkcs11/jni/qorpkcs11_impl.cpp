@@ -5,7 +5,7 @@
 #include <new>
 
 #include "qorpkcs11/common/log.h"
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 
 using qor::log::kNativeInterface;
 

@@ -6,7 +6,7 @@
 #include <unordered_map>
 
 #include "qorpkcs11/comm/server.h"
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 #include "qorpkcs11/server/handler.h"
 
 pkcs11::Operation operation;

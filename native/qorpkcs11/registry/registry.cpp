@@ -1,11 +1,10 @@
-#include "qorpkcs11/jni/registry.h"
+#include "qorpkcs11/registry/registry.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <new>
 
 #include "qorpkcs11/common/log.h"
-#include "qorpkcs11/jni/jni_util.h"
 
 extern "C" {
 ModuleEntry* moduleListHead = nullptr;
@@ -102,6 +101,25 @@ class ThreadEnv {
   bool attached_ = false;
 };
 
+// java.lang.Object and its equals, resolved once: every lookup compares.
+struct ObjectIds {
+  jclass object = nullptr;  // a global reference, kept for the process
+  jmethodID equals = nullptr;
+};
+
+const ObjectIds& object_ids(JNIEnv* env) {
+  static const ObjectIds ids = [env] {
+    ObjectIds found;
+    jclass local = env->FindClass("java/lang/Object");
+    if (local == nullptr) return found;
+    found.object = static_cast<jclass>(env->NewGlobalRef(local));
+    found.equals = env->GetMethodID(local, "equals", "(Ljava/lang/Object;)Z");
+    env->DeleteLocalRef(local);
+    return found;
+  }();
+  return ids;
+}
+
 }  // namespace
 
 jobject createLockObject(JNIEnv* env) {
@@ -123,11 +141,9 @@ bool equals(JNIEnv* env, jobject a, jobject b) {
   if (a == nullptr) return b == nullptr;
   // Object.equals called non-virtually is identity: an override in the
   // caller's class is never consulted.
-  jclass object = qor::jni::knownClass(env, "java/lang/Object");
-  if (object == nullptr) return false;
-  jmethodID method = qor::jni::knownMethod(env, "java/lang/Object", "equals", "(Ljava/lang/Object;)Z");
-  const jboolean same =
-      method != nullptr ? env->CallNonvirtualBooleanMethod(a, object, method, b) : JNI_FALSE;
+  const ObjectIds& ids = object_ids(env);
+  if (ids.object == nullptr || ids.equals == nullptr) return false;
+  const jboolean same = env->CallNonvirtualBooleanMethod(a, ids.object, ids.equals, b);
   const bool thrown = env->ExceptionCheck() == JNI_TRUE;
   return !thrown && same == 1;
 }
