@@ -60,8 +60,8 @@ const std::string kDefaultShape("\x08\x10\x00\x04\x02\x08\x08\x08\x08", 9);
 
 const std::vector<std::string>& wireNames() {
   static const std::vector<std::string> names = {
-#define QOR_NAME(op) #op,
-      QOR_SERVER_OPERATIONS(QOR_NAME)
+#define QOR_NAME(function, sent, routed, answered) #routed,
+      QOR_REMOTED_CALLS(QOR_NAME)
 #undef QOR_NAME
   };
   return names;

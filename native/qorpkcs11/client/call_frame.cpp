@@ -60,7 +60,7 @@ class RequestBuffer {
 thread_local RequestBuffer::Kept RequestBuffer::tKept;
 
 CK_RV exchange(const Frame& frame, BuildFn build, PresentFn present, CopyFn copy) {
-  if (frame.entry) QOR_LOGD(kClient, "%s", frame.entry);
+  if (const char* entry = frame.logsOwnName ? frame.name : frame.entry) QOR_LOGD(kClient, "%s", entry);
 
   pkcs11::Operation op;
   op.set_name(frame.name);

@@ -26,6 +26,7 @@ struct Frame {
   const char* name;                  // operation name on the wire
   const char* replyName = nullptr;   // name in the reply lines, if not `name`
   const char* entry = nullptr;       // logged on entry
+  bool logsOwnName = false;          // `name` logged on entry
   const char* rvLine = nullptr;      // "%u" format for rv, or no rv line
   bool rvOnlyWithResponse = false;   // rv line only when outputs came back
   const char* success = nullptr;     // replaces "<name> Success"
@@ -33,7 +34,8 @@ struct Frame {
   const char* beforeSend = nullptr;
   const char* afterSend = nullptr;   // logged once the reply is in
 
-  constexpr Frame logsEntry() const { return entryLine(name); }
+  constexpr Frame named(const char* s) const { Frame f = *this; f.name = s; return f; }
+  constexpr Frame logsEntry() const { Frame f = *this; f.logsOwnName = true; return f; }
   constexpr Frame entryLine(const char* s) const { Frame f = *this; f.entry = s; return f; }
   constexpr Frame rv(const char* fmt) const { Frame f = *this; f.rvLine = fmt; return f; }
   constexpr Frame rvWithResponse(const char* fmt) const {

@@ -4,44 +4,46 @@
 #include "qorpkcs11/client/call_frame.h"
 #include "qorpkcs11/client/marshal.h"
 #include "qorpkcs11/common/log.h"
+#include "qorpkcs11/protocol/calls.h"
 
 using namespace qor::client;
+namespace sent = qor::protocol::sent;
 using qor::log::kClient;
 
 namespace {
 
-constexpr Frame kInitialize = Frame{"C_Initialize"}
+constexpr Frame kInitialize = Frame{sent::C_Initialize}
                                   .logsEntry()
                                   .serializedSize("C_Initialize serialized buffer size = %d")
                                   .aroundSend("C_Initialize serialized before server call ",
                                               "C_Initialize after server call ")
                                   .successLine("C_initialize Success")
                                   .rv("C_Initialize return result ");
-constexpr Frame kFinalize = Frame{"C_Finalize"}.successLine("C_Finalize success").rv("C_Finalize rv = %u");
-constexpr Frame kGetInfo{"C_GetInfo"};
-constexpr Frame kGetSlotList = Frame{"C_GetSlotList"}
+constexpr Frame kFinalize = Frame{sent::C_Finalize}.successLine("C_Finalize success").rv("C_Finalize rv = %u");
+constexpr Frame kGetInfo{sent::C_GetInfo};
+constexpr Frame kGetSlotList = Frame{sent::C_GetSlotList}
                                    .entryLine("inside get slot list")
                                    .aroundSend(nullptr, "serialize done and server called")
                                    .rv("rv = %u");
-constexpr Frame kGetMechanismList = Frame{"C_GetMechanismList"}
+constexpr Frame kGetMechanismList = Frame{sent::C_GetMechanismList}
                                         .entryLine("inside get mechanism list")
                                         .aroundSend(nullptr, "serialize done and server called")
                                         .rv("rv = %u");
-constexpr Frame kGetSlotInfo = Frame{"C_GetSlotInfo"}.rv("rv = %u");
-constexpr Frame kGetTokenInfo = Frame{"C_GetTokenInfo"}.rv("rv = %u");
-constexpr Frame kGetMechanismInfo{"C_GetMechanismInfo"};
+constexpr Frame kGetSlotInfo = Frame{sent::C_GetSlotInfo}.rv("rv = %u");
+constexpr Frame kGetTokenInfo = Frame{sent::C_GetTokenInfo}.rv("rv = %u");
+constexpr Frame kGetMechanismInfo{sent::C_GetMechanismInfo};
 constexpr Frame kInitToken =
-    Frame{"C_InitToken"}.entryLine("Inside InitToken").rv("C_InitToken return value = %u");
-constexpr Frame kInitPin = Frame{"C_InitPIN"}
-                               .replyAs("C_InitPin")
+    Frame{sent::C_InitToken}.entryLine("Inside InitToken").rv("C_InitToken return value = %u");
+constexpr Frame kInitPin = Frame{sent::C_InitPIN}
+                               .replyAs(qor::protocol::routed::C_InitPIN)
                                .entryLine("Inside InitPin")
                                .rv("C_InitPin return value = %u");
-constexpr Frame kSetPin = Frame{"C_SetPIN"}
-                              .replyAs("C_SetPin")
+constexpr Frame kSetPin = Frame{sent::C_SetPIN}
+                              .replyAs(qor::protocol::routed::C_SetPIN)
                               .entryLine("Inside SetPin")
                               .rv("C_SetPin return value = %u");
 constexpr Frame kWaitForSlotEvent =
-    Frame{"C_WaitForSlotEvent"}.logsEntry().rvWithResponse("C_WaitForSlotEvent return value = %u");
+    Frame{sent::C_WaitForSlotEvent}.logsEntry().rvWithResponse("C_WaitForSlotEvent return value = %u");
 
 // The two list functions differ only in names.
 struct ListLines {

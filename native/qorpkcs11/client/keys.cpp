@@ -2,21 +2,23 @@
 #include "qorpkcs11/client/call_frame.h"
 #include "qorpkcs11/client/marshal.h"
 #include "qorpkcs11/common/log.h"
+#include "qorpkcs11/protocol/calls.h"
 
 using namespace qor::client;
+namespace sent = qor::protocol::sent;
 using qor::log::kClient;
 
 namespace {
 
-constexpr Frame kGenerateKey = Frame{"C_GenerateKey"}.logsEntry().rv("C_GenerateKey rv = %u");
+constexpr Frame kGenerateKey = Frame{sent::C_GenerateKey}.logsEntry().rv("C_GenerateKey rv = %u");
 constexpr Frame kGenerateKeyPair =
-    Frame{"C_GenerateKeyPair"}.logsEntry().rv("C_GenerateKeyPair rv = %u");
-constexpr Frame kWrapKey = Frame{"C_WrapKey"}.logsEntry().rvWithResponse("C_WrapKey rv = %u");
+    Frame{sent::C_GenerateKeyPair}.logsEntry().rv("C_GenerateKeyPair rv = %u");
+constexpr Frame kWrapKey = Frame{sent::C_WrapKey}.logsEntry().rvWithResponse("C_WrapKey rv = %u");
 // Deployed servers dispatch on this spelling.
-constexpr Frame kUnwrapKey = Frame{"C_UnWrapKey"}.logsEntry().rv("C_UnWrapKey rv = %u");
-constexpr Frame kDeriveKey = Frame{"C_DeriveKey"}.logsEntry().rv("C_DeriveKey rv = %u");
-constexpr Frame kSeedRandom = Frame{"C_SeedRandom"}.rv("C_SeedRandom rv = %u");
-constexpr Frame kGenerateRandom = Frame{"C_GenerateRandom"}.rv("C_GenerateRandom rv = %u");
+constexpr Frame kUnwrapKey = Frame{sent::C_UnwrapKey}.logsEntry().rv("C_UnWrapKey rv = %u");
+constexpr Frame kDeriveKey = Frame{sent::C_DeriveKey}.logsEntry().rv("C_DeriveKey rv = %u");
+constexpr Frame kSeedRandom = Frame{sent::C_SeedRandom}.rv("C_SeedRandom rv = %u");
+constexpr Frame kGenerateRandom = Frame{sent::C_GenerateRandom}.rv("C_GenerateRandom rv = %u");
 
 bool readableKeyTemplate(const CK_ATTRIBUTE* t, CK_ULONG count) {
   return readableTemplate(t, count, TemplateRule::kValues);

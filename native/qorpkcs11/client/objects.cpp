@@ -5,21 +5,23 @@
 #include "qorpkcs11/client/call_frame.h"
 #include "qorpkcs11/client/marshal.h"
 #include "qorpkcs11/common/log.h"
+#include "qorpkcs11/protocol/calls.h"
 
 using namespace qor::client;
+namespace sent = qor::protocol::sent;
 using qor::log::kClient;
 
 namespace {
 
-constexpr Frame kCreateObject = Frame{"C_CreateObject"}.rv("Create object rv = %u");
-constexpr Frame kCopyObject = Frame{"C_CopyObject"}.rv("Copy object rv = %u");
-constexpr Frame kDestroyObject = Frame{"C_DestroyObject"}.rv("C_DestroyObject rv  = %u");
-constexpr Frame kGetObjectSize = Frame{"C_GetObjectSize"}.rv("Find objects rv = %u");
-constexpr Frame kGetAttributeValue = Frame{"C_GetAttributeValue"}.rv("rv C_GetAttributeValue = %u");
-constexpr Frame kSetAttributeValue = Frame{"C_SetAttributeValue"}.rv("rv C_SetAttributeValue = %u");
-constexpr Frame kFindObjectsInit{"C_FindObjectsInit"};
-constexpr Frame kFindObjects = Frame{"C_FindObjects"}.rv("Find objects rv = %u");
-constexpr Frame kFindObjectsFinal{"C_FindObjectsFinal"};
+constexpr Frame kCreateObject = Frame{sent::C_CreateObject}.rv("Create object rv = %u");
+constexpr Frame kCopyObject = Frame{sent::C_CopyObject}.rv("Copy object rv = %u");
+constexpr Frame kDestroyObject = Frame{sent::C_DestroyObject}.rv("C_DestroyObject rv  = %u");
+constexpr Frame kGetObjectSize = Frame{sent::C_GetObjectSize}.rv("Find objects rv = %u");
+constexpr Frame kGetAttributeValue = Frame{sent::C_GetAttributeValue}.rv("rv C_GetAttributeValue = %u");
+constexpr Frame kSetAttributeValue = Frame{sent::C_SetAttributeValue}.rv("rv C_SetAttributeValue = %u");
+constexpr Frame kFindObjectsInit{sent::C_FindObjectsInit};
+constexpr Frame kFindObjects = Frame{sent::C_FindObjects}.rv("Find objects rv = %u");
+constexpr Frame kFindObjectsFinal{sent::C_FindObjectsFinal};
 
 // Deployed servers receive the caller's output pointers as numbers in a few
 // fields; they carry no meaning beyond that.

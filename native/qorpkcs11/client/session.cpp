@@ -2,25 +2,25 @@
 #include "qorpkcs11/client/call_frame.h"
 #include "qorpkcs11/client/marshal.h"
 #include "qorpkcs11/common/log.h"
+#include "qorpkcs11/protocol/calls.h"
 
 using namespace qor::client;
+namespace sent = qor::protocol::sent;
 using qor::log::kClient;
 
 namespace {
 
-constexpr Frame kOpenSession = Frame{"C_OpenSession"}
+constexpr Frame kOpenSession = Frame{sent::C_OpenSession}
                                    .entryLine("Inside Open Session")
                                    .aroundSend("Open Session - before call to server",
                                                "Open Session - after call to server");
-constexpr Frame kCloseSession{"C_CloseSession"};
-constexpr Frame kCloseAllSessions = Frame{"C_CloseAllSessions"}.logsEntry();
-constexpr Frame kGetSessionInfo{"C_GetSessionInfo"};
+constexpr Frame kCloseAllSessions = Frame{sent::C_CloseAllSessions}.logsEntry();
+constexpr Frame kGetSessionInfo{sent::C_GetSessionInfo};
 constexpr Frame kGetOperationState =
-    Frame{"C_GetOperationState"}.logsEntry().rv("C_GetOperationState rv = %u");
+    Frame{sent::C_GetOperationState}.logsEntry().rv("C_GetOperationState rv = %u");
 constexpr Frame kSetOperationState =
-    Frame{"C_SetOperationState"}.logsEntry().rv("C_SetOperationState rv = %u");
-constexpr Frame kLogin = Frame{"C_Login"}.rv("C_LOGIN return value = %u");
-constexpr Frame kLogout{"C_Logout"};
+    Frame{sent::C_SetOperationState}.logsEntry().rv("C_SetOperationState rv = %u");
+constexpr Frame kLogin = Frame{sent::C_Login}.rv("C_LOGIN return value = %u");
 
 }  // namespace
 
@@ -46,10 +46,6 @@ CK_RV C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR, CK_NOTIFY,
         if (r.phsession() == 0) QOR_LOGD(kClient, "response session NULL");
         *phSession = ck(r.phsession());
       });
-}
-
-CK_RV C_CloseSession(CK_SESSION_HANDLE hSession) {
-  return sessionOnly(kCloseSession, &Op::mutable_c_closesession, hSession);
 }
 
 CK_RV C_CloseAllSessions(CK_SLOT_ID slotID) {
@@ -117,6 +113,3 @@ CK_RV C_Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8CHAR_PTR
   });
 }
 
-CK_RV C_Logout(CK_SESSION_HANDLE hSession) {
-  return sessionOnly(kLogout, &Op::mutable_c_logout, hSession);
-}

@@ -5,8 +5,10 @@
 
 #include "qorpkcs11/server/handler.h"
 #include "qorpkcs11/server/marshal.h"
+#include "qorpkcs11/protocol/calls.h"
 
 using namespace qor::server;
+namespace answered = qor::protocol::answered;
 using pkcs11::Operation;
 using pkcs11::OperationResult;
 
@@ -193,105 +195,100 @@ void sign_final_notes(const pkcs11::C_SignFinal& r, const void*) {
   allocated();
 }
 
+// Each function's own log lines, named after it; what the module is handed
+// comes from the protocol table's rows.
+template <typename Request>
+struct Lines {
+  const char* word;  // names the output's length in the log; null: not logged
+  Notes<Request> notes;
+};
+
+namespace lines {
+constexpr Lines<pkcs11::C_Encrypt> C_Encrypt{"datalen", nullptr};
+constexpr Lines<pkcs11::C_Decrypt> C_Decrypt{"datalen", decrypt_notes};
+constexpr Lines<pkcs11::C_Digest> C_Digest{nullptr, digest_notes};
+constexpr Lines<pkcs11::C_Sign> C_Sign{"datalen", sign_notes};
+constexpr Lines<pkcs11::C_SignRecover> C_SignRecover{"datalen", sign_recover_notes};
+constexpr Lines<pkcs11::C_VerifyRecover> C_VerifyRecover{"datalen", verify_recover_notes};
+constexpr Lines<pkcs11::C_EncryptUpdate> C_EncryptUpdate{"partlen", nullptr};
+constexpr Lines<pkcs11::C_DecryptUpdate> C_DecryptUpdate{"partlen", decrypt_update_notes};
+constexpr Lines<pkcs11::C_DigestEncryptUpdate> C_DigestEncryptUpdate{"datalen", nullptr};
+constexpr Lines<pkcs11::C_DecryptDigestUpdate> C_DecryptDigestUpdate{"partlen", nullptr};
+constexpr Lines<pkcs11::C_SignEncryptUpdate> C_SignEncryptUpdate{"datalen", nullptr};
+constexpr Lines<pkcs11::C_DecryptVerifyUpdate> C_DecryptVerifyUpdate{"partlen", nullptr};
+
+constexpr Lines<pkcs11::C_EncryptFinal> C_EncryptFinal{"lastpartlen", nullptr};
+constexpr Lines<pkcs11::C_DecryptFinal> C_DecryptFinal{"lastpartlen", decrypt_final_notes};
+constexpr Lines<pkcs11::C_DigestFinal> C_DigestFinal{nullptr, nullptr};
+constexpr Lines<pkcs11::C_SignFinal> C_SignFinal{"datalen", sign_final_notes};
+
+// Whether the handler logs that a module is there.
+constexpr bool C_DigestUpdate = false;
+constexpr bool C_SignUpdate = true;
+constexpr bool C_VerifyUpdate = true;
+constexpr bool C_VerifyFinal = true;
+}  // namespace lines
+
 }  // namespace
 
-// One row per function: the request field, the input and output fields
-// (the reply names its output as the request does), the sizing, the word
-// that names the length in the log and the handler's own earlier lines.
-#define QOR_IN_OUT(op, field, in, inLength, out, outLength, sizing, word, notes) \
-  std::string op##_Server(const std::string& request) {                          \
-    using Request = pkcs11::op;                                                  \
-    using Response = pkcs11::op##_Response;                                      \
-    static const InOut<Request, Response> row{                                   \
-        #op,                                                                     \
-        &Operation::field,                                                       \
-        QOR_MEMBER(op),                                                          \
-        &Request::in,                                                            \
-        &Request::inLength,                                                      \
-        &Request::outLength,                                                     \
-        Sizing::sizing,                                                          \
-        {&OperationResult::mutable_##field##_response, &Response::mutable_##out, \
-         &Response::set_##outLength, word},                                      \
-        notes};                                                                  \
-    return serve_in_out(request, row);                                           \
+#define QOR_SERVE_IN_OUT(op, field, in, inLength, out, outLength, sizing)          \
+  std::string op##_Server(const std::string& request) {                            \
+    QOR_ROUTED_AS_ITSELF(op);                                                      \
+    using Request = pkcs11::op;                                                    \
+    using Response = pkcs11::op##_Response;                                        \
+    static const InOut<Request, Response> row{                                     \
+        #op,                                                                       \
+        &Operation::field,                                                         \
+        QOR_MEMBER(op),                                                            \
+        &Request::in,                                                              \
+        &Request::inLength,                                                        \
+        &Request::outLength,                                                       \
+        Sizing::sizing,                                                            \
+        {&OperationResult::mutable_##field##_response, &Response::mutable_##out,   \
+         &Response::set_##outLength, lines::op.word},                              \
+        lines::op.notes};                                                          \
+    return serve_in_out(request, row);                                             \
   }
+QOR_IN_OUT_CALLS(QOR_SERVE_IN_OUT)
+#undef QOR_SERVE_IN_OUT
 
-QOR_IN_OUT(C_Encrypt, c_encrypt, pdata, uldatalen, pencrypteddata, pulencrypteddatalen, kOwn,
-           "datalen", nullptr)
-QOR_IN_OUT(C_Decrypt, c_decrypt, pencrypteddata, ulencrypteddatalen, pdata, puldatalen, kOwn,
-           "datalen", decrypt_notes)
-QOR_IN_OUT(C_Digest, c_digest, pdata, uldatalen, pdigest, puldigestlen, kOwn, nullptr, digest_notes)
-QOR_IN_OUT(C_Sign, c_sign, pdata, uldatalen, psignature, pulsignaturelen, kOwn, "datalen",
-           sign_notes)
-QOR_IN_OUT(C_EncryptUpdate, c_encryptupdate, ppart, ulpartlen, pencryptedpart, pulencryptedpartlen,
-           kOutput, "partlen", nullptr)
-QOR_IN_OUT(C_DecryptUpdate, c_decryptupdate, pencryptedpart, ulencryptedpartlen, ppart, pulpartlen,
-           kOutput, "partlen", decrypt_update_notes)
-QOR_IN_OUT(C_SignRecover, c_signrecover, pdata, uldatalen, psignature, pulsignaturelen, kOutput,
-           "datalen", sign_recover_notes)
-QOR_IN_OUT(C_VerifyRecover, c_verifyrecover, psignature, ulsignaturelen, pdata, puldatalen, kOutput,
-           "datalen", verify_recover_notes)
-QOR_IN_OUT(C_DigestEncryptUpdate, c_digestencryptupdate, ppart, ulpartlen, pencryptedpart,
-           pulencryptedpartlen, kOutput, "datalen", nullptr)
-QOR_IN_OUT(C_DecryptDigestUpdate, c_decryptdigestupdate, pencryptedpart, ulencryptedpartlen, ppart,
-           pulpartlen, kOutput, "partlen", nullptr)
-QOR_IN_OUT(C_SignEncryptUpdate, c_signencryptupdate, ppart, ulpartlen, pencryptedpart,
-           pulencryptedpartlen, kOutput, "datalen", nullptr)
-QOR_IN_OUT(C_DecryptVerifyUpdate, c_decryptverifyupdate, pencryptedpart, ulencryptedpartlen, ppart,
-           pulpartlen, kOutput, "partlen", nullptr)
-#undef QOR_IN_OUT
-
-#define QOR_FINAL(op, field, out, outLength, word, notes)                        \
-  std::string op##_Server(const std::string& request) {                          \
-    using Request = pkcs11::op;                                                  \
-    using Response = pkcs11::op##_Response;                                      \
-    static const Final<Request, Response> row{                                   \
-        #op,                                                                     \
-        &Operation::field,                                                       \
-        QOR_MEMBER(op),                                                          \
-        &Request::outLength,                                                     \
-        {&OperationResult::mutable_##field##_response, &Response::mutable_##out, \
-         &Response::set_##outLength, word},                                      \
-        notes};                                                                  \
-    return serve_final(request, row);                                            \
+#define QOR_SERVE_FINAL(op, field, out, outLength)                                 \
+  std::string op##_Server(const std::string& request) {                            \
+    QOR_ROUTED_AS_ITSELF(op);                                                      \
+    using Request = pkcs11::op;                                                    \
+    using Response = pkcs11::op##_Response;                                        \
+    static const Final<Request, Response> row{                                     \
+        #op,                                                                       \
+        &Operation::field,                                                         \
+        QOR_MEMBER(op),                                                            \
+        &Request::outLength,                                                       \
+        {&OperationResult::mutable_##field##_response, &Response::mutable_##out,   \
+         &Response::set_##outLength, lines::op.word},                              \
+        lines::op.notes};                                                          \
+    return serve_final(request, row);                                              \
   }
+QOR_FINAL_CALLS(QOR_SERVE_FINAL)
+#undef QOR_SERVE_FINAL
 
-QOR_FINAL(C_EncryptFinal, c_encryptfinal, plastencryptedpart, pullastencryptedpartlen,
-          "lastpartlen", nullptr)
-QOR_FINAL(C_DecryptFinal, c_decryptfinal, plastpart, pullastpartlen, "lastpartlen",
-          decrypt_final_notes)
-QOR_FINAL(C_DigestFinal, c_digestfinal, pdigest, puldigestlen, nullptr, nullptr)
-QOR_FINAL(C_SignFinal, c_signfinal, psignature, pulsignaturelen, "datalen", sign_final_notes)
-#undef QOR_FINAL
-
-// Input only; the sign and verify ones also log that a module is there.
-#define QOR_INPUT(op, field, in, inLength, checkedLine)                                  \
-  std::string op##_Server(const std::string& request) {                                  \
-    return serve_input(request, #op, &Operation::field, QOR_MEMBER(op), &pkcs11::op::in, \
-                       &pkcs11::op::inLength, #in, checkedLine);                         \
+#define QOR_SERVE_INPUT(op, field, in, inLength)                                             \
+  std::string op##_Server(const std::string& request) {                                      \
+    QOR_ROUTED_AS_ITSELF(op);                                                                \
+    return serve_input(request, #op, &Operation::field, QOR_MEMBER(op), &pkcs11::op::in,     \
+                       &pkcs11::op::inLength, #in, lines::op);                               \
   }
+QOR_INPUT_CALLS(QOR_SERVE_INPUT)
+#undef QOR_SERVE_INPUT
 
-QOR_INPUT(C_DigestUpdate, c_digestupdate, ppart, ulpartlen, false)
-QOR_INPUT(C_SignUpdate, c_signupdate, ppart, ulpartlen, true)
-QOR_INPUT(C_VerifyUpdate, c_verifyupdate, ppart, ulpartlen, true)
-QOR_INPUT(C_VerifyFinal, c_verifyfinal, psignature, ulsignaturelen, true)
-#undef QOR_INPUT
-
-#define QOR_INIT(op, field)                                             \
+#define QOR_SERVE_INIT(op, field)                                       \
   std::string op##_Server(const std::string& request) {                 \
+    QOR_ROUTED_AS_ITSELF(op);                                           \
     return serve_init(request, #op, &Operation::field, QOR_MEMBER(op)); \
   }
-
-QOR_INIT(C_EncryptInit, c_encryptinit)
-QOR_INIT(C_DecryptInit, c_decryptinit)
-QOR_INIT(C_SignInit, c_signinit)
-QOR_INIT(C_VerifyInit, c_verifyinit)
-QOR_INIT(C_SignRecoverInit, c_signrecoverinit)
-QOR_INIT(C_VerifyRecoverInit, c_verifyrecoverinit)
-#undef QOR_INIT
+QOR_INIT_CALLS(QOR_SERVE_INIT)
+#undef QOR_SERVE_INIT
 
 std::string C_DigestInit_Server(const std::string& request) {
-  return serve(request, "C_DigestInit", &Operation::c_digestinit, RvLine::kGenerateResult,
+  return serve(request, answered::C_DigestInit, &Operation::c_digestinit, RvLine::kGenerateResult,
                [](const pkcs11::C_DigestInit& req, Call& call) {
                  Mechanism mechanism;
                  if (const CK_RV bad = mechanism.build(req.pmechanism())) return call.decline(bad);
@@ -304,7 +301,7 @@ QOR_SERVE_HANDLES(C_DigestKey, c_digestkey, kGenerateResult, ul(req.hsession()),
 // The module checks the data against a zeroed buffer of the signature's
 // length, not the signature sent: deployed peers are served exactly so.
 std::string C_Verify_Server(const std::string& request) {
-  return serve(request, "C_Verify", &Operation::c_verify, RvLine::kGenerateResult,
+  return serve(request, answered::C_Verify, &Operation::c_verify, RvLine::kGenerateResult,
                [](const pkcs11::C_Verify& req, Call& call) {
                  const CK_ULONG dataLength = ul(req.uldatalen());
                  const Input data(req.pdata(), dataLength);

@@ -2,10 +2,12 @@
 #include <cstddef>
 #include <memory>
 
+#include "qorpkcs11/protocol/calls.h"
 #include "qorpkcs11/server/handler.h"
 #include "qorpkcs11/server/marshal.h"
 
 using namespace qor::server;
+namespace answered = qor::protocol::answered;
 using pkcs11::Operation;
 using pkcs11::OperationResult;
 
@@ -90,17 +92,17 @@ CK_RV serve_list(const ListKind<Response>& kind, bool present, const Request& re
 }  // namespace
 
 std::string C_Initialize_Server(const std::string& request) {
-  return serve(Parse::kNo, request, "C_Initialize", RvLine::kReturnValue,
+  return serve(Parse::kNo, request, answered::C_Initialize, RvLine::kReturnValue,
                [](Call& call) { return call.invoke(QOR_MEMBER(C_Initialize), CK_VOID_PTR{}); });
 }
 
 std::string C_Finalize_Server(const std::string& request) {
-  return serve(Parse::kNo, request, "C_Finalize", RvLine::kReturnValue,
+  return serve(Parse::kNo, request, answered::C_Finalize, RvLine::kReturnValue,
                [](Call& call) { return call.invoke(QOR_MEMBER(C_Finalize), CK_VOID_PTR{}); });
 }
 
 std::string C_GetInfo_Server(const std::string& request) {
-  return serve(Parse::kYes, request, "C_GetInfo", RvLine::kReturnValue, [](Call& call) {
+  return serve(Parse::kYes, request, answered::C_GetInfo, RvLine::kReturnValue, [](Call& call) {
     CK_INFO info{};
     const CK_RV value = call.invoke(QOR_MEMBER(C_GetInfo), &info);
     QOR_LOGD(kTag, "C_GetInfo reached here");
@@ -119,7 +121,7 @@ std::string C_GetInfo_Server(const std::string& request) {
 }
 
 std::string C_GetSlotList_Server(const std::string& request) {
-  return serve(request, "C_GetSlotList", &Operation::c_getslotlist, RvLine::kOwn,
+  return serve(request, answered::C_GetSlotList, &Operation::c_getslotlist, RvLine::kOwn,
                [](const pkcs11::C_GetSlotList& req, Call& call) {
                  return serve_list(
                      kSlots, operation.has_c_getslotlist(), req, req.pslotlist_size(), call,
@@ -131,7 +133,7 @@ std::string C_GetSlotList_Server(const std::string& request) {
 }
 
 std::string C_GetMechanismList_Server(const std::string& request) {
-  return serve(request, "C_GetMechanismList", &Operation::c_getmechanismlist, RvLine::kOwn,
+  return serve(request, answered::C_GetMechanismList, &Operation::c_getmechanismlist, RvLine::kOwn,
                [](const pkcs11::C_GetMechanismList& req, Call& call) {
                  return serve_list(kMechanisms, operation.has_c_getmechanismlist(), req,
                                    req.pmechanismlist_size(), call,
@@ -144,7 +146,7 @@ std::string C_GetMechanismList_Server(const std::string& request) {
 
 std::string C_GetSlotInfo_Server(const std::string& request) {
   return serve(
-      request, "C_GetSlotInfo", &Operation::c_getslotinfo, RvLine::kOwn,
+      request, answered::C_GetSlotInfo, &Operation::c_getslotinfo, RvLine::kOwn,
       [](const pkcs11::C_GetSlotInfo& req, Call& call) {
         CK_SLOT_INFO info{};
         const CK_RV value = call.invoke(QOR_MEMBER(C_GetSlotInfo), ul(req.slotid()), &info);
@@ -160,7 +162,7 @@ std::string C_GetSlotInfo_Server(const std::string& request) {
 }
 
 std::string C_GetTokenInfo_Server(const std::string& request) {
-  return serve(request, "C_GetTokenInfo", &Operation::c_gettokeninfo, RvLine::kReturnValue,
+  return serve(request, answered::C_GetTokenInfo, &Operation::c_gettokeninfo, RvLine::kReturnValue,
                [](const pkcs11::C_GetTokenInfo& req, Call& call) {
                  CK_TOKEN_INFO info{};
                  const CK_RV value =
@@ -190,7 +192,7 @@ std::string C_GetTokenInfo_Server(const std::string& request) {
 }
 
 std::string C_GetMechanismInfo_Server(const std::string& request) {
-  return serve(request, "C_GetMechanismInfo", &Operation::c_getmechanisminfo, RvLine::kReturnValue,
+  return serve(request, answered::C_GetMechanismInfo, &Operation::c_getmechanisminfo, RvLine::kReturnValue,
                [](const pkcs11::C_GetMechanismInfo& req, Call& call) {
                  CK_MECHANISM_INFO info{};
                  const CK_RV value = call.invoke(QOR_MEMBER(C_GetMechanismInfo), ul(req.slotid()),
@@ -205,7 +207,7 @@ std::string C_GetMechanismInfo_Server(const std::string& request) {
 }
 
 std::string C_InitToken_Server(const std::string& request) {
-  return serve(request, "C_InitToken", &Operation::c_inittoken, RvLine::kReturnValue,
+  return serve(request, answered::C_InitToken, &Operation::c_inittoken, RvLine::kReturnValue,
                [](const pkcs11::C_InitToken& req, Call& call) {
                  const Input pin(req.ppin(), ul(req.ulpinlen()));
                  if (const CK_RV bad = pin.status()) return call.decline(bad);
@@ -222,7 +224,7 @@ std::string C_InitToken_Server(const std::string& request) {
 }
 
 std::string C_InitPin_Server(const std::string& request) {
-  return serve(request, "C_InitPin", &Operation::c_initpin, RvLine::kReturnValue,
+  return serve(request, answered::C_InitPIN, &Operation::c_initpin, RvLine::kReturnValue,
                [](const pkcs11::C_InitPin& req, Call& call) {
                  const Input pin(req.ppin(), ul(req.ulpinlen()));
                  if (const CK_RV bad = pin.status()) return call.decline(bad);
@@ -232,7 +234,7 @@ std::string C_InitPin_Server(const std::string& request) {
 }
 
 std::string C_SetPin_Server(const std::string& request) {
-  return serve(request, "C_SetPin", &Operation::c_setpin, RvLine::kReturnValue,
+  return serve(request, answered::C_SetPIN, &Operation::c_setpin, RvLine::kReturnValue,
                [](const pkcs11::C_SetPin& req, Call& call) {
                  const Input oldPin(req.poldpin(), ul(req.uloldlen()));
                  if (const CK_RV bad = oldPin.status()) return call.decline(bad);
@@ -244,7 +246,7 @@ std::string C_SetPin_Server(const std::string& request) {
 }
 
 std::string C_Login_Server(const std::string& request) {
-  return serve(request, "C_Login", &Operation::c_login, RvLine::kReturnValue,
+  return serve(request, answered::C_Login, &Operation::c_login, RvLine::kReturnValue,
                [](const pkcs11::C_Login& req, Call& call) {
                  const Input pin(req.ppin(), ul(req.ulpinlen()));
                  if (const CK_RV bad = pin.status()) return call.decline(bad);
@@ -254,7 +256,7 @@ std::string C_Login_Server(const std::string& request) {
 }
 
 std::string C_OpenSession_Server(const std::string& request) {
-  return serve(request, "C_OpenSession", &Operation::c_opensession, RvLine::kOwn,
+  return serve(request, answered::C_OpenSession, &Operation::c_opensession, RvLine::kOwn,
                [](const pkcs11::C_OpenSession& req, Call& call) {
                  QOR_LOGD(kTag, "ckpFunctions not null");
                  if (operation.has_c_opensession()) QOR_LOGD(kTag, "Opensession instance present");
@@ -274,7 +276,7 @@ std::string C_OpenSession_Server(const std::string& request) {
 }
 
 std::string C_GetSessionInfo_Server(const std::string& request) {
-  return serve(request, "C_GetSessionInfo", &Operation::c_getsessioninfo, RvLine::kReturnValue,
+  return serve(request, answered::C_GetSessionInfo, &Operation::c_getsessioninfo, RvLine::kReturnValue,
                [](const pkcs11::C_GetSessionInfo& req, Call& call) {
                  CK_SESSION_INFO info{};
                  const CK_RV value =
@@ -291,7 +293,7 @@ std::string C_GetSessionInfo_Server(const std::string& request) {
 
 std::string C_GetOperationState_Server(const std::string& request) {
   return serve(
-      request, "C_GetOperationState", &Operation::c_getoperationstate, RvLine::kGenerateResult,
+      request, answered::C_GetOperationState, &Operation::c_getoperationstate, RvLine::kGenerateResult,
       [](const pkcs11::C_GetOperationState& req, Call& call) {
         Buffer state(ul(req.puloperationstatelen()));
         if (!state.ok()) return call.out_of_memory();
@@ -309,7 +311,7 @@ std::string C_GetOperationState_Server(const std::string& request) {
 }
 
 std::string C_SetOperationState_Server(const std::string& request) {
-  return serve(request, "C_SetOperationState", &Operation::c_setoperationstate,
+  return serve(request, answered::C_SetOperationState, &Operation::c_setoperationstate,
                RvLine::kGenerateResult, [](const pkcs11::C_SetOperationState& req, Call& call) {
                  const CK_ULONG length = ul(req.uloperationstatelen());
                  const Input state(req.poperationstate(), length);
@@ -321,7 +323,7 @@ std::string C_SetOperationState_Server(const std::string& request) {
 }
 
 std::string C_WaitForSlotEvent_Server(const std::string& request) {
-  return serve(request, "C_WaitForSlotEvent", &Operation::c_waitforslotevent, RvLine::kReturnValue,
+  return serve(request, answered::C_WaitForSlotEvent, &Operation::c_waitforslotevent, RvLine::kReturnValue,
                [](const pkcs11::C_WaitForSlotEvent& req, Call& call) {
                  // The slot is not put in the reply: deployed peers get name
                  // and rv only and read the slot as 0.
@@ -331,8 +333,8 @@ std::string C_WaitForSlotEvent_Server(const std::string& request) {
                });
 }
 
-QOR_SERVE_HANDLES(C_CloseSession, c_closesession, kReturnValue, ul(req.hsession()))
 QOR_SERVE_HANDLES(C_CloseAllSessions, c_closeallsessions, kReturnValue, ul(req.slotid()))
-QOR_SERVE_HANDLES(C_Logout, c_logout, kReturnValue, ul(req.hsession()))
-QOR_SERVE_HANDLES(C_GetFunctionStatus, c_getfunctionstatus, kReturnValue, ul(req.hsession()))
-QOR_SERVE_HANDLES(C_CancelFunction, c_cancelfunction, kReturnValue, ul(req.hsession()))
+
+#define QOR_SERVE_SESSION(op, field) QOR_SERVE_HANDLES(op, field, kReturnValue, ul(req.hsession()))
+QOR_SESSION_CALLS(QOR_SERVE_SESSION)
+#undef QOR_SERVE_SESSION

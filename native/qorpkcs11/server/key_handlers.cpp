@@ -1,8 +1,10 @@
 // Key management and random numbers.
+#include "qorpkcs11/protocol/calls.h"
 #include "qorpkcs11/server/handler.h"
 #include "qorpkcs11/server/marshal.h"
 
 using namespace qor::server;
+namespace answered = qor::protocol::answered;
 using pkcs11::Operation;
 using pkcs11::OperationResult;
 
@@ -42,7 +44,7 @@ const Output<pkcs11::C_GenerateRandom_Response> kRandom{
 }  // namespace
 
 std::string C_GenerateKey_Server(const std::string& request) {
-  return serve(request, "C_GenerateKey", &Operation::c_generatekey, RvLine::kOwn,
+  return serve(request, answered::C_GenerateKey, &Operation::c_generatekey, RvLine::kOwn,
                [](const pkcs11::C_GenerateKey& req, Call& call) {
                  return make_key(
                      call, "C_GenerateKey", req.pmechanism(), req.ptemplate(), req.ulcount(),
@@ -55,7 +57,7 @@ std::string C_GenerateKey_Server(const std::string& request) {
 }
 
 std::string C_UnWrapKey_Server(const std::string& request) {
-  return serve(request, "C_UnWrapKey", &Operation::c_unwrapkey, RvLine::kOwn,
+  return serve(request, answered::C_UnwrapKey, &Operation::c_unwrapkey, RvLine::kOwn,
                [](const pkcs11::C_UnwrapKey& req, Call& call) {
                  const CK_ULONG wrappedLength = ul(req.ulwrappedkeylen());
                  const Input wrapped(req.pwrappedkey(), wrappedLength);
@@ -73,7 +75,7 @@ std::string C_UnWrapKey_Server(const std::string& request) {
 
 // Answers under the name "C_UnDeriveKey": deployed peers expect exactly that.
 std::string C_DeriveKey_Server(const std::string& request) {
-  return serve(request, "C_UnDeriveKey", &Operation::c_derivekey, RvLine::kOwn,
+  return serve(request, answered::C_DeriveKey, &Operation::c_derivekey, RvLine::kOwn,
                [](const pkcs11::C_DeriveKey& req, Call& call) {
                  return make_key(
                      call, "C_DeriveKey", req.pmechanism(), req.ptemplate(), req.ulattributecount(),
@@ -88,7 +90,7 @@ std::string C_DeriveKey_Server(const std::string& request) {
 
 std::string C_GenerateKeyPair_Server(const std::string& request) {
   return serve(
-      request, "C_GenerateKeyPair", &Operation::c_generatekeypair, RvLine::kGenerateResult,
+      request, answered::C_GenerateKeyPair, &Operation::c_generatekeypair, RvLine::kGenerateResult,
       [](const pkcs11::C_GenerateKeyPair& req, Call& call) {
         Mechanism mechanism;
         if (const CK_RV bad = mechanism.build(req.pmechanism())) return call.decline(bad);
@@ -122,7 +124,7 @@ std::string C_GenerateKeyPair_Server(const std::string& request) {
 
 // The output buffer starts as the bytes the caller sent in it.
 std::string C_WrapKey_Server(const std::string& request) {
-  return serve(request, "C_WrapKey", &Operation::c_wrapkey, RvLine::kGenerateResult,
+  return serve(request, answered::C_WrapKey, &Operation::c_wrapkey, RvLine::kGenerateResult,
                [](const pkcs11::C_WrapKey& req, Call& call) {
                  Mechanism mechanism;
                  if (const CK_RV bad = mechanism.build(req.pmechanism())) return call.decline(bad);
@@ -140,7 +142,7 @@ std::string C_WrapKey_Server(const std::string& request) {
 
 // The seed is echoed back although C_SeedRandom has no outputs.
 std::string C_SeedRandom_Server(const std::string& request) {
-  return serve(request, "C_SeedRandom", &Operation::c_seedrandom, RvLine::kGenerateResult,
+  return serve(request, answered::C_SeedRandom, &Operation::c_seedrandom, RvLine::kGenerateResult,
                [](const pkcs11::C_SeedRandom& req, Call& call) {
                  const CK_ULONG length = ul(req.ulseedlen());
                  const Input seed(req.pseed(), length);
@@ -155,7 +157,7 @@ std::string C_SeedRandom_Server(const std::string& request) {
 
 // The output buffer starts as the bytes the caller sent in it.
 std::string C_GenerateRandom_Server(const std::string& request) {
-  return serve(request, "C_GenerateRandom", &Operation::c_generaterandom, RvLine::kGenerateResult,
+  return serve(request, answered::C_GenerateRandom, &Operation::c_generaterandom, RvLine::kGenerateResult,
                [](const pkcs11::C_GenerateRandom& req, Call& call) {
                  Buffer random(ul(req.ulrandomlen()));
                  if (!random.ok()) return call.out_of_memory();

@@ -1,8 +1,10 @@
 // Object and attribute functions.
+#include "qorpkcs11/protocol/calls.h"
 #include "qorpkcs11/server/handler.h"
 #include "qorpkcs11/server/marshal.h"
 
 using namespace qor::server;
+namespace answered = qor::protocol::answered;
 using pkcs11::Operation;
 using pkcs11::OperationResult;
 
@@ -51,7 +53,7 @@ CK_RV build_new_object(const Request& req, CK_ULONG loggedHandle, Template* attr
 }  // namespace
 
 std::string C_GetAttributeValue_Server(const std::string& request) {
-  return serve(request, "C_GetAttributeValue", &Operation::c_getattributevalue, RvLine::kOwn,
+  return serve(request, answered::C_GetAttributeValue, &Operation::c_getattributevalue, RvLine::kOwn,
                [](const pkcs11::C_GetAttributeValue& req, Call& call) {
                  return serve_attributes(req, call, QOR_MEMBER(C_GetAttributeValue),
                                          Values::kWritten,
@@ -60,7 +62,7 @@ std::string C_GetAttributeValue_Server(const std::string& request) {
 }
 
 std::string C_SetAttributeValue_Server(const std::string& request) {
-  return serve(request, "C_SetAttributeValue", &Operation::c_setattributevalue, RvLine::kOwn,
+  return serve(request, answered::C_SetAttributeValue, &Operation::c_setattributevalue, RvLine::kOwn,
                [](const pkcs11::C_SetAttributeValue& req, Call& call) {
                  return serve_attributes(req, call, QOR_MEMBER(C_SetAttributeValue), Values::kRead,
                                          &OperationResult::mutable_c_setattributevalue_response);
@@ -69,7 +71,7 @@ std::string C_SetAttributeValue_Server(const std::string& request) {
 
 // The reply always carries exactly one handle, 0 when the module set none.
 std::string C_CreateObject_Server(const std::string& request) {
-  return serve(request, "C_CreateObject", &Operation::c_createobject, RvLine::kReturnValue,
+  return serve(request, answered::C_CreateObject, &Operation::c_createobject, RvLine::kReturnValue,
                [](const pkcs11::C_CreateObject& req, Call& call) {
                  Template attributes;
                  if (const CK_RV bad = build_new_object(req, ul(req.phobject()), &attributes))
@@ -83,7 +85,7 @@ std::string C_CreateObject_Server(const std::string& request) {
 }
 
 std::string C_CopyObject_Server(const std::string& request) {
-  return serve(request, "C_CopyObject", &Operation::c_copyobject, RvLine::kReturnValue,
+  return serve(request, answered::C_CopyObject, &Operation::c_copyobject, RvLine::kReturnValue,
                [](const pkcs11::C_CopyObject& req, Call& call) {
                  Template attributes;
                  if (const CK_RV bad = build_new_object(req, ul(req.hobject()), &attributes))
@@ -101,7 +103,7 @@ QOR_SERVE_HANDLES(C_DestroyObject, c_destroyobject, kReturnValue, ul(req.hsessio
                   ul(req.hobject()))
 
 std::string C_GetObjectSize_Server(const std::string& request) {
-  return serve(request, "C_GetObjectSize", &Operation::c_getobjectsize, RvLine::kReturnValue,
+  return serve(request, answered::C_GetObjectSize, &Operation::c_getobjectsize, RvLine::kReturnValue,
                [](const pkcs11::C_GetObjectSize& req, Call& call) {
                  CK_ULONG size = 0;
                  const CK_RV value = call.invoke(QOR_MEMBER(C_GetObjectSize), ul(req.hsession()),
@@ -113,7 +115,7 @@ std::string C_GetObjectSize_Server(const std::string& request) {
 
 std::string C_FindObjectsInit_Server(const std::string& request) {
   return serve(
-      request, "C_FindObjectsInit", &Operation::c_findobjectsinit, RvLine::kOwn,
+      request, answered::C_FindObjectsInit, &Operation::c_findobjectsinit, RvLine::kOwn,
       [](const pkcs11::C_FindObjectsInit& req, Call& call) {
         QOR_LOGD(kTag, "Generate_Operation_Result session handle = %u", ul(req.hsession()));
         QOR_LOGD(kTag, "Generate_Operation_Result ulcnt = %u", req.ulcount());
@@ -137,7 +139,7 @@ std::string C_FindObjectsInit_Server(const std::string& request) {
 // Handles come back only when the module's count fits the array it was given.
 std::string C_FindObjects_Server(const std::string& request) {
   return serve(
-      request, "C_FindObjects", &Operation::c_findobjects, RvLine::kReturnValue,
+      request, answered::C_FindObjects, &Operation::c_findobjects, RvLine::kReturnValue,
       [](const pkcs11::C_FindObjects& req, Call& call) {
         const CK_ULONG max = ul(req.ulmaxobjectcount());
         Ulongs handles(max);
@@ -158,7 +160,7 @@ std::string C_FindObjects_Server(const std::string& request) {
 }
 
 std::string C_FindObjectsFinal_Server(const std::string& request) {
-  return serve(request, "C_FindObjectsFinal", &Operation::c_findobjectsfinal,
+  return serve(request, answered::C_FindObjectsFinal, &Operation::c_findobjectsfinal,
                RvLine::kGenerateResult, [](const pkcs11::C_FindObjectsFinal& req, Call& call) {
                  const CK_RV value =
                      call.invoke(QOR_MEMBER(C_FindObjectsFinal), ul(req.hsession()));

@@ -25,8 +25,8 @@ struct Route {
 };
 
 const Route kRoutes[] = {
-#define QOR_ROUTE(op) {#op, op##_Server},
-    QOR_SERVER_OPERATIONS(QOR_ROUTE)
+#define QOR_ROUTE(function, sent, routed, answered) {#routed, routed##_Server},
+    QOR_REMOTED_CALLS(QOR_ROUTE)
 #undef QOR_ROUTE
 };
 
