@@ -1,10 +1,12 @@
 // The front's translation: platform callers in, the wrapper's client
 // proxies out. The wrapper is QOR_WRAPPER_LIBRARY, or the one this build
 // made; its transport connects to the socket QOR_SOCKET_NAME on the first
-// C_Initialize. Any other library of the project's ABI works too (one
+// C_Initialize (to a server of the user QOR_SERVER_UID or the process
+// QOR_SERVER_PID only, when either is set). Any other library of the project's ABI works too (one
 // without qorpkcs11_client_init needs no connection): the bridge, for one.
 #include "front.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <mutex>
 #include <string>
@@ -29,6 +31,22 @@ struct FrontSide : abi::LoadsLibrary<Target, FrontSide> {
     return path && *path ? path : QOR_FRONT_DEFAULT_WRAPPER;
   }
 
+  // QOR_SERVER_UID / QOR_SERVER_PID: the server must run as this user or be
+  // this process, else the connect fails (transport code 24).
+  static void expectServer() {
+    using Expect = int (*)(int64_t);
+    const struct {
+      const char* variable;
+      const char* entry;
+    } checks[] = {{"QOR_SERVER_UID", "qorpkcs11_comm_client_expect_server_uid"},
+                  {"QOR_SERVER_PID", "qorpkcs11_comm_client_expect_server_pid"}};
+    for (const auto& check : checks) {
+      const char* value = std::getenv(check.variable);
+      auto expect = reinterpret_cast<Expect>(abi::librarySymbol(module().handle(), check.entry));
+      if (value != nullptr && *value != '\0' && expect != nullptr) expect(std::strtoll(value, nullptr, 10));
+    }
+  }
+
   static bool connect() {
     std::lock_guard<std::mutex> lock(mutex());
     if (connected()) return true;
@@ -40,6 +58,7 @@ struct FrontSide : abi::LoadsLibrary<Target, FrontSide> {
       abi::reportLibrary(library(), "QOR_SOCKET_NAME is not set");
       return false;
     }
+    expectServer();
     const int rc = init(name);
     if (rc != 0) {
       const std::string why =

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "qorpkcs11/comm/access.h"
 #include "qorpkcs11/comm/frame.h"
 #include "qorpkcs11/common/log.h"
 
@@ -27,6 +28,24 @@ std::mutex gCallMutex;
 // Serialises init and deinit, so a deinit shuts down only the socket it found.
 std::mutex gLifecycleMutex;
 timeval gReceiveTimeout{30, 0};
+// Who the server must be, checked by the next init; negative: anyone.
+std::atomic<int64_t> gExpectedUid{-1};
+std::atomic<int64_t> gExpectedPid{-1};
+
+// Before a byte goes out (a PIN may follow), the server must be the peer
+// the app named, if it named one.
+bool server_expected(int sock) {
+  const int64_t uid = gExpectedUid, pid = gExpectedPid;
+  if (uid < 0 && pid < 0) return true;
+  Peer peer{};
+  if (!peer_of(sock, &peer)) return false;
+  const bool ok = (uid < 0 || static_cast<int64_t>(peer.uid) == uid) && (pid < 0 || peer.pid == pid);
+  if (!ok) {
+    QOR_LOGD(kTag, "Server peer rejected - uid:%u pid:%d", static_cast<unsigned>(peer.uid),
+             static_cast<int>(peer.pid));
+  }
+  return ok;
+}
 
 void close_socket() {
   ::close(gSocket.exchange(-1));
@@ -171,6 +190,10 @@ extern "C" int qorpkcs11_comm_client_init(const char* server_id) {
     close_socket();
     return kConnectFailed;
   }
+  if (!server_expected(sock)) {
+    close_socket();
+    return kPeerRejected;
+  }
   // Not checked: without it a dead server only blocks longer.
   (void)::setsockopt(sock, SOL_SOCKET, SO_RCVTIMEO, &gReceiveTimeout, sizeof(gReceiveTimeout));
 
@@ -223,5 +246,15 @@ extern "C" int qorpkcs11_comm_client_deinit(void) {
   close_socket();
   gInitialized = false;
   QOR_LOGD(kTag, "Exit - Success");
+  return kOk;
+}
+
+extern "C" int qorpkcs11_comm_client_expect_server_uid(int64_t uid) {
+  gExpectedUid = uid < 0 ? -1 : uid;
+  return kOk;
+}
+
+extern "C" int qorpkcs11_comm_client_expect_server_pid(int64_t pid) {
+  gExpectedPid = pid < 0 ? -1 : pid;
   return kOk;
 }

@@ -1,6 +1,9 @@
 #include "qorpkcs11/comm/frame.h"
 
+#include <cerrno>
 #include <cstring>
+
+#include "qorpkcs11/comm/access.h"
 
 #include "qorpkcs11/common/log.h"
 
@@ -43,6 +46,17 @@ ssize_t recv_all(const char* tag, int sock, void* buf, int32_t len, int flags) {
   auto* bytes = static_cast<uint8_t*>(buf);
   return move_all(tag, "Bytes read:%d", len, [&](int32_t off, size_t n) {
     return ::recv(sock, bytes + off, n, flags);
+  });
+}
+
+ssize_t recv_all_until(const char* tag, int sock, void* buf, int32_t len, const Deadline& deadline) {
+  auto* bytes = static_cast<uint8_t*>(buf);
+  return move_all(tag, "Bytes read:%d", len, [&](int32_t off, size_t n) -> ssize_t {
+    if (!deadline.arm(sock)) {
+      errno = EAGAIN;
+      return -1;
+    }
+    return ::recv(sock, bytes + off, n, 0);
   });
 }
 

@@ -56,6 +56,10 @@ enum Code : int {
   kAllocFailed = 21,
   kListenFailed = 22,
   kBadResponseHeader = 23,
+  // Only with the access measures on (access.h):
+  kPeerRejected = 24,    // client: the server is not the peer expected
+  kPeerStalled = 25,     // server: a frame or an idle connection ran out of time
+  kNotListeningYet = 26, // server: the thread is not listening within the wait
 };
 
 // The whole structure is always passed, so the trailing zero bytes of the
@@ -73,6 +77,10 @@ sockaddr_un make_address(const char* server_id);
 // on error), so each end maps it to its own codes.
 ssize_t send_all(const char* tag, int sock, const void* buf, int32_t len, int flags);
 ssize_t recv_all(const char* tag, int sock, void* buf, int32_t len, int flags);
+// As recv_all, each receive bounded by the time the deadline leaves (-1 with
+// EAGAIN once it has passed).
+class Deadline;
+ssize_t recv_all_until(const char* tag, int sock, void* buf, int32_t len, const Deadline& deadline);
 
 // Buffers that cross the transport boundary come from malloc and go back
 // with free, on whichever side ends up owning them.

@@ -5,11 +5,16 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <poll.h>
+
 #include <atomic>
+#include <cerrno>
+#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
 
+#include "qorpkcs11/comm/access.h"
 #include "qorpkcs11/comm/frame.h"
 #include "qorpkcs11/common/log.h"
 
@@ -28,12 +33,57 @@ std::atomic<qorpkcs11_comm_process_fn> gProcess{nullptr};
 std::atomic<int32_t> gRequestStamp{0};
 std::atomic<int32_t> gResponseStamp{0};
 
-void* thread_exit(Code code) { return reinterpret_cast<void*>(static_cast<intptr_t>(code)); }
+// Where the server thread got to: kNotListeningYet until it listens (0) or
+// fails (its code); told to whoever waits for it.
+std::mutex gListenMutex;
+std::condition_variable gListenChanged;
+int gListenState = kNotListeningYet;
+std::atomic<DisconnectFn> gOnDisconnect{nullptr};
+
+void set_listen_state(int state) {
+  {
+    std::lock_guard<std::mutex> lock(gListenMutex);
+    gListenState = state;
+  }
+  gListenChanged.notify_all();
+}
+
+void* thread_exit(Code code) {
+  set_listen_state(code);
+  return reinterpret_cast<void*>(static_cast<intptr_t>(code));
+}
+
+// Without an idle limit a client may think as long as it likes between two
+// calls; with one, a connection that sends nothing that long is dropped.
+// Either way, once a frame begins, the frame limit (if any) runs.
+int await_frame(int sock, Deadline* deadline) {
+  const Timeouts limits = server_timeouts();
+  // A frame begins with its first byte: the frame limit runs from there.
+  if ((limits.idle_ms > 0 || limits.frame_ms > 0) && sock >= 0) {
+    pollfd pfd{sock, POLLIN, 0};
+    if (::poll(&pfd, 1, limits.idle_ms > 0 ? limits.idle_ms : -1) == 0) {
+      QOR_LOGD(kTag, "Client idle too long - connection dropped");
+      return kPeerStalled;
+    }
+  }
+  *deadline = Deadline::in(limits.frame_ms);
+  // A limit turned off again must not leave its last timeout on the socket.
+  static int armed = -1;
+  if (!deadline->none()) {
+    armed = sock;
+  } else if (armed == sock) {
+    const timeval forever{0, 0};
+    ::setsockopt(sock, SOL_SOCKET, SO_RCVTIMEO, &forever, sizeof(forever));
+    armed = -1;
+  }
+  return kOk;
+}
 
 // Only these mean the connection is unusable (or, for 2, that nothing can
 // serve it); any other code keeps reading frames from the same client.
 bool drops_connection(int code) {
-  return code == kNotInitialized || code == kServerPeerClosed || code == kSendError;
+  return code == kNotInitialized || code == kServerPeerClosed || code == kSendError ||
+         code == kPeerStalled;
 }
 
 int process_command(const void* data, int32_t len, void** reply, uint32_t* reply_len) {
@@ -100,7 +150,9 @@ int process_client_command(int sock) {
   uint32_t reply_len = 0;
   FrameHeader hdr;
   std::memset(&hdr, 0, sizeof(hdr));
-  int ret = server_recv_data(sock, &hdr, sizeof(hdr));
+  Deadline deadline;
+  if (const int stalled = await_frame(sock, &deadline)) return stalled;
+  int ret = server_recv_data(sock, &hdr, sizeof(hdr), &deadline);
   QOR_LOGD(kTag, "Header data length field value :%d", hdr.data_len);
   QOR_LOGD(kTag, "Received command:%d", static_cast<int>(hdr.id));
   if (ret != kOk) {
@@ -119,7 +171,7 @@ int process_client_command(int sock) {
     QOR_LOGD(kTag, "Malloc failed");
     return kAllocFailed;
   }
-  if ((ret = server_recv_data(sock, payload.get(), hdr.data_len)) != kOk) {
+  if ((ret = server_recv_data(sock, payload.get(), hdr.data_len, &deadline)) != kOk) {
     QOR_LOGD(kTag, "Receive command data failed");
     return ret;
   }
@@ -175,14 +227,26 @@ void* server_thread_func(void* arg) {
     QOR_LOGD(kTag, "socket listen failed");
     return thread_exit(kListenFailed);
   }
+  set_listen_state(kOk);
   QOR_LOGD(kTag, "Wait for new client %s", server_id);
   for (;;) {
     // A failed accept goes on with -1: every read on it fails with 5, which
     // keeps the frame loop spinning (long-standing behaviour).
     const int sock = ::accept(listener, nullptr, nullptr);
     if (sock == -1) QOR_LOGD(kTag, "socket accept failed");
+    if (sock != -1 && peers_restricted()) {
+      Peer peer{-1, static_cast<uid_t>(-1)};
+      const bool known = peer_of(sock, &peer);
+      if (!peer_allowed(peer, known)) {
+        QOR_LOGD(kTag, "Peer refused - uid:%u pid:%d", static_cast<unsigned>(peer.uid),
+                 static_cast<int>(peer.pid));
+        ::close(sock);
+        continue;
+      }
+    }
     QOR_LOGD(kTag, "Client connected - socket id:%d", sock);
     serve_connection(sock);
+    if (const DisconnectFn ended = gOnDisconnect) ended();
     QOR_LOGD(kTag, "Socket error. Wait for new client");
     ::close(sock);
     QOR_LOGD(kTag, "Wait for new client %s", server_id);
@@ -191,13 +255,18 @@ void* server_thread_func(void* arg) {
 
 }  // namespace
 
-int server_recv_data(int sock, void* buf, int32_t len) {
+int server_recv_data(int sock, void* buf, int32_t len, const Deadline* deadline) {
   QOR_LOGD(kTag, "Entry - Recv buf len:%d", len);
   if (sock < 0 || buf == nullptr || len < 1) {
     std::printf("[%s]:%s() - Invalid argument\n", kTag, "server_recv_data");
     return kInvalidArguments;
   }
-  const ssize_t moved = recv_all(kTag, sock, buf, len, 0);
+  const bool timed = deadline != nullptr && !deadline->none();
+  const ssize_t moved = timed ? recv_all_until(kTag, sock, buf, len, *deadline) : recv_all(kTag, sock, buf, len, 0);
+  if (moved < 0 && timed && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+    QOR_LOGD(kTag, "Client stalled mid-frame - connection dropped");
+    return kPeerStalled;
+  }
   if (moved < 0) return kServerRecvError;
   const int code = moved == 0 ? kServerPeerClosed : kOk;
   QOR_LOGD(kTag, "Exit ret:%d", code);
@@ -215,6 +284,8 @@ int server_send_data(int sock, const void* buf, int32_t len) {
   QOR_LOGD(kTag, "Exit ret:%d", code);
   return code;
 }
+
+void server_on_disconnect(DisconnectFn fn) { gOnDisconnect = fn; }
 
 void record_time_stamp(int kind) {
   timeval now;
@@ -262,6 +333,14 @@ extern "C" int qorpkcs11_comm_server_init(const char* server_id,
   gInitialized = true;
   QOR_LOGD(kTag, "Exit - success");
   return kOk;
+}
+
+extern "C" int qorpkcs11_comm_server_wait_listening(int32_t timeout_ms) {
+  if (!gInitialized) return kNotInitialized;
+  std::unique_lock<std::mutex> lock(gListenMutex);
+  gListenChanged.wait_for(lock, std::chrono::milliseconds(timeout_ms > 0 ? timeout_ms : 0),
+                          [] { return gListenState != kNotListeningYet; });
+  return gListenState;
 }
 
 extern "C" int qorpkcs11_comm_server_deinit(void) {

@@ -31,7 +31,9 @@ namespace qor::comm {
 
 // Internal loops. Receive: 5 bad arguments, 10 peer closed, 12 error.
 // Send: 5 bad arguments, 11 error, 12 nothing sent.
-int server_recv_data(int sock, void* buf, int32_t len);
+class Deadline;
+// With a deadline that is set, a receive still short when it passes gives 25.
+int server_recv_data(int sock, void* buf, int32_t len, const Deadline* deadline = nullptr);
 int server_send_data(int sock, const void* buf, int32_t len);
 
 enum StampKind : int { kStampRequest = 0, kStampResponse = 1 };

@@ -1,3 +1,4 @@
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -5,6 +6,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "qorpkcs11/comm/access.h"
 #include "qorpkcs11/comm/server.h"
 #include "qorpkcs11/registry/registry.h"
 #include "qorpkcs11/server/handler.h"
@@ -43,9 +45,35 @@ const Route* find_route(const char* name) {
   return found != routes->end() ? found->second : nullptr;
 }
 
+// Whether the connected client left the module initialized: it sent
+// C_Initialize and no C_Finalize since. Read when its connection ends.
+std::atomic<bool> gClientInitialized{false};
+std::atomic<bool> gResetOnDisconnect{false};
+
+void note_lifecycle(const Route* route) {
+  if (route->handler == C_Initialize_Server) gClientInitialized = true;
+  if (route->handler == C_Finalize_Server) gClientInitialized = false;
+}
+
+std::string module_name(bool* present);
+
+// A client that ends its connection without C_Finalize (it crashed or was
+// killed) leaves its sessions and login behind for the next peer; with the
+// reset on, the module is finalized until the next client's C_Initialize.
+void connection_ended() {
+  if (!gClientInitialized.exchange(false) || !gResetOnDisconnect) return;
+  bool named = false;
+  const std::string name = module_name(&named);
+  CK_FUNCTION_LIST_PTR functions = getFunctionsByModule(named ? name.c_str() : nullptr);
+  CK_C_Finalize finalize = functions != nullptr ? functions->C_Finalize : nullptr;
+  const CK_RV value = finalize != nullptr ? finalize(nullptr) : CKR_FUNCTION_FAILED;
+  QOR_LOGD(kTag, "Client left without C_Finalize - module reset, rv = %u", static_cast<unsigned>(value));
+}
+
 std::string dispatch() {
   const Route* route = find_route(operation.name().c_str());
   if (route == nullptr) return {};
+  note_lifecycle(route);
   QOR_LOGD(kTag, "Generate_Operation_Result %s", route->name);
   return route->handler(already_parsed());
 }
@@ -84,10 +112,16 @@ extern "C" {
 int qorpkcs11_init_server(const char* moduleName) {
   QOR_LOGD(kTag, "server init");
   setModuleName_Server(moduleName);
+  qor::comm::server_on_disconnect(qor::server::connection_ended);
   return qorpkcs11_comm_server_init(moduleName, Generate_Operation_Result_Server);
 }
 
 int qorpkcs11_server_deinit(void) { return qorpkcs11_comm_server_deinit(); }
+
+int qorpkcs11_server_set_reset_on_disconnect(int32_t on) {
+  qor::server::gResetOnDisconnect = on != 0;
+  return 0;
+}
 
 int32_t qorpkcs11_server_getLastUsageTime(void) {
   QOR_LOGD(kTag, "server getLastUsageTime");

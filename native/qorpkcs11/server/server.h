@@ -24,6 +24,10 @@ int qorpkcs11_init_server(const char* moduleName);
 // Reports only: the transport thread serves until the process ends.
 int qorpkcs11_server_deinit(void);
 int32_t qorpkcs11_server_getLastUsageTime(void);
+// Off by default. On: a client whose connection ends after C_Initialize and
+// before C_Finalize leaves the module finalized (no session, no login) for
+// the next one. Always 0.
+int qorpkcs11_server_set_reset_on_disconnect(int32_t on);
 // Always 0. A null name stores null without freeing the previous one.
 int setModuleName_Server(const char* name);
 // Decodes one Operation, runs its handler and hands back a malloc'ed reply
