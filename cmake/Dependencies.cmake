@@ -53,8 +53,10 @@ endif()
 
 # JNI headers for the natives (the NDK sysroot has them on Android; the JDK's
 # are the same for every architecture). libjvm only serves tests that host a
-# VM, and only when it runs on the target: QOR_HAVE_JVM says whether it does
-# (no 32-bit or ARM JDK here, so cross builds leave those tests out).
+# VM, and only when it runs on the target: QOR_HAVE_JVM says whether it does.
+# A cross build has one when its toolchain names a Java home of the target
+# (QOR_TARGET_JAVA_HOME: the i386 JRE); else it leaves those tests out.
+# QOR_TARGET_JAVA runs Java programs on the target.
 set(QOR_HAVE_JVM OFF)
 if(NOT ANDROID)
   if(NOT DEFINED JAVA_HOME AND NOT DEFINED ENV{JAVA_HOME} AND EXISTS /usr/lib/jvm/java-17-openjdk-amd64)
@@ -65,12 +67,24 @@ if(NOT ANDROID)
     message(FATAL_ERROR "JNI headers not found (install a JDK or set JAVA_HOME)")
   endif()
   set(JNI_INCLUDE_DIRS ${JAVA_INCLUDE_PATH} ${JAVA_INCLUDE_PATH2})
+  set(QOR_JVM_LINK_OPTIONS "")
+  if(CMAKE_CROSSCOMPILING)
+    set(JAVA_JVM_LIBRARY "")
+    if(QOR_TARGET_JAVA_HOME)
+      set(JAVA_JVM_LIBRARY ${QOR_TARGET_JAVA_HOME}/lib/server/libjvm.so)
+      # Debian's i386 libjvm leaves one assembler stub (_SafeFetch32_impl)
+      # undefined; the java launcher binds lazily and never needs it, and
+      # neither do the tests.
+      set(QOR_JVM_LINK_OPTIONS -Wl,--allow-shlib-undefined)
+    endif()
+  endif()
   if(JAVA_JVM_LIBRARY)
     include(CheckCXXSourceCompiles)
     include(CMakePushCheckState)
     cmake_push_check_state(RESET)
     set(CMAKE_REQUIRED_INCLUDES ${JNI_INCLUDE_DIRS})
     set(CMAKE_REQUIRED_LIBRARIES ${JAVA_JVM_LIBRARY})
+    set(CMAKE_REQUIRED_LINK_OPTIONS ${QOR_JVM_LINK_OPTIONS})
     set(CMAKE_REQUIRED_QUIET ON)
     check_cxx_source_compiles([[
       #include <jni.h>
@@ -92,6 +106,11 @@ endif()
 message(STATUS "Java VM for the target: ${QOR_HAVE_JVM}")
 # javac and jar run on the build machine; the jar suits every target.
 find_package(Java 17 COMPONENTS Development)
+if(QOR_TARGET_JAVA_HOME)
+  set(QOR_TARGET_JAVA ${QOR_TARGET_JAVA_HOME}/bin/java)
+else()
+  set(QOR_TARGET_JAVA ${Java_JAVA_EXECUTABLE})
+endif()
 
 # The translation modules (tools/abi) speak the platform's LP64 PKCS#11 ABI;
 # a 32-bit build has no platform module of that ABI to load.

@@ -4,15 +4,22 @@
 # grows in build-fuzz/tools/fuzz/corpus/. Prints one line of figures per
 # target; fails if any target found a crash, a leak or a hang.
 #   scripts/fuzz.sh [seconds]          FUZZ_BUILD_DIR overrides build-fuzz
+#   FUZZ_M32=1 scripts/fuzz.sh [seconds]   the same at 32 bits, in build-fuzz-m32
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=${1:-60}
-dir=${FUZZ_BUILD_DIR:-build-fuzz}
+cross=()
+default_dir=build-fuzz
+if [ "${FUZZ_M32:-0}" = 1 ]; then
+  cross=(-DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/i686-linux-gnu-clang.cmake")
+  default_dir=build-fuzz-m32
+fi
+dir=${FUZZ_BUILD_DIR:-$default_dir}
 jobs=$(nproc 2>/dev/null || echo 2)
 
 CC=clang CXX=clang++ cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DQOR_FUZZ=ON -DQOR_BUILD_TESTS=OFF >/dev/null
+  -DQOR_FUZZ=ON -DQOR_BUILD_TESTS=OFF "${cross[@]}" >/dev/null
 cmake --build "$dir" --target fuzz -j"$jobs"
 
 fuzz="$dir/tools/fuzz"
