@@ -36,7 +36,24 @@ set(QOR_INSTALLED_JAR "")
 if(TARGET qorpkcs11)
   include(UseJava)
   install_jar(qorpkcs11 DESTINATION ${QOR_JAR_DIR})
+  install(FILES ${QOR_SOURCES_JAR} ${QOR_JAVADOC_JAR} DESTINATION ${QOR_JAR_DIR})
   set(QOR_INSTALLED_JAR ${QOR_JAR_DIR}/qorpkcs11.jar)
+
+  # The same three jars and a POM laid out as a Maven repository
+  # (<prefix>/share/maven-repo, where Debian keeps one), so that Gradle's
+  # maven { url "<prefix>/share/maven-repo" } or Maven's file:// repository
+  # finds com.qor.smartcard:qorpkcs11:<version>.
+  set(QOR_MAVEN_GROUP com.qor.smartcard)
+  set(QOR_MAVEN_ARTIFACT qorpkcs11)
+  string(REPLACE "." "/" group_path ${QOR_MAVEN_GROUP})
+  set(QOR_MAVEN_DIR
+      ${CMAKE_INSTALL_DATADIR}/maven-repo/${group_path}/${QOR_MAVEN_ARTIFACT}/${PROJECT_VERSION})
+  set(base ${QOR_MAVEN_ARTIFACT}-${PROJECT_VERSION})
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/qorpkcs11.pom.in ${CMAKE_BINARY_DIR}/${base}.pom @ONLY)
+  install(FILES ${CMAKE_BINARY_DIR}/${base}.pom DESTINATION ${QOR_MAVEN_DIR})
+  install(FILES ${CMAKE_BINARY_DIR}/lib/qorpkcs11.jar DESTINATION ${QOR_MAVEN_DIR} RENAME ${base}.jar)
+  install(FILES ${QOR_SOURCES_JAR} DESTINATION ${QOR_MAVEN_DIR} RENAME ${base}-sources.jar)
+  install(FILES ${QOR_JAVADOC_JAR} DESTINATION ${QOR_MAVEN_DIR} RENAME ${base}-javadoc.jar)
 endif()
 
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/KorvanePkcs11WrapperConfig.cmake.in

@@ -1049,6 +1049,8 @@ struct CK_FUNCTION_LIST {
 #define CKM_DSA_PARAMETER_GEN 0x00002000u
 #define CKM_DH_PKCS_PARAMETER_GEN 0x00002001u
 #define CKM_X9_42_DH_PARAMETER_GEN 0x00002002u
+#define CKM_AES_KEY_WRAP 0x00002109u
+#define CKM_AES_KEY_WRAP_PAD 0x0000210Au
 #define CKM_VENDOR_DEFINED 0x80000000u
 
 /* ------------------------------------------------------------------------

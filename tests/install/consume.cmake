@@ -1,6 +1,8 @@
-# cmake -DBUILD_DIR= -DWORK_DIR= -DEXAMPLE_DIR= [-DTOOLCHAIN=] [-DEMULATOR=] -P consume.cmake
+# cmake -DBUILD_DIR= -DWORK_DIR= -DEXAMPLE_DIR= [-DTOOLCHAIN=] [-DEMULATOR=]
+#       [-DJAVAC= -DJAVA=] -P consume.cmake
 # Installs BUILD_DIR into WORK_DIR/prefix, checks the installed layout, and
-# builds and runs the consumer example against that prefix.
+# builds and runs the consumer example against that prefix; with JAVAC, also
+# its Java part against the Maven repository under the prefix.
 set(prefix ${WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${WORK_DIR})
 
@@ -32,4 +34,34 @@ endif()
 run(${CMAKE_COMMAND} ${args})
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/build)
 run(${EMULATOR} ${WORK_DIR}/build/consumer)
+message("${out}")
+
+if(NOT JAVAC)
+  return()
+endif()
+# The Java part names its dependency as a Maven build does; resolve those
+# coordinates by path in the installed repository, as Maven would.
+set(repo ${prefix}/share/maven-repo)
+file(READ ${EXAMPLE_DIR}/java/pom.xml consumer_pom)
+string(REGEX MATCH "<dependency>.*</dependency>" dependency "${consumer_pom}")
+foreach(key groupId artifactId version)
+  string(REGEX MATCH "<${key}>([^<]+)</${key}>" unused "${dependency}")
+  set(${key} ${CMAKE_MATCH_1})
+endforeach()
+string(REPLACE "." "/" group_path ${groupId})
+set(base ${repo}/${group_path}/${artifactId}/${version}/${artifactId}-${version})
+foreach(f ${base}.pom ${base}.jar ${base}-sources.jar ${base}-javadoc.jar)
+  if(NOT EXISTS ${f})
+    message(FATAL_ERROR "not in the Maven repository: ${f}")
+  endif()
+endforeach()
+file(READ ${base}.pom installed_pom)
+foreach(key groupId artifactId version)
+  if(NOT installed_pom MATCHES "<${key}>${${key}}</${key}>")
+    message(FATAL_ERROR "${base}.pom does not declare ${key} ${${key}}")
+  endif()
+endforeach()
+file(GLOB_RECURSE java_sources ${EXAMPLE_DIR}/java/*.java)
+run(${JAVAC} -Xlint:all -Werror -cp ${base}.jar -d ${WORK_DIR}/classes ${java_sources})
+run(${JAVA} -cp ${base}.jar:${WORK_DIR}/classes com.example.consumer.Consumer)
 message("${out}")

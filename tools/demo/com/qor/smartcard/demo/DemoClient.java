@@ -1,5 +1,7 @@
 package com.qor.smartcard.demo;
 
+import static com.qor.smartcard.pkcs11.QorConstants.*;
+
 import com.qor.smartcard.pkcs11.CK_ATTRIBUTE;
 import com.qor.smartcard.pkcs11.CK_MECHANISM;
 import com.qor.smartcard.pkcs11.CK_TOKEN_INFO;
@@ -17,21 +19,6 @@ import java.util.Arrays;
  * call is printed with the time it took.
  */
 public final class DemoClient {
-  private static final long CKF_RW_SERIAL_SESSION = 0x6;
-  private static final long CKU_USER = 1;
-  private static final long CKA_CLASS = 0x0;
-  private static final long CKA_TOKEN = 0x1;
-  private static final long CKA_LABEL = 0x3;
-  private static final long CKA_VALUE_LEN = 0x161;
-  private static final long CKA_ENCRYPT = 0x104;
-  private static final long CKA_DECRYPT = 0x105;
-  private static final long CKA_MODULUS = 0x120;
-  private static final long CKA_PUBLIC_EXPONENT = 0x122;
-  private static final long CKO_PUBLIC_KEY = 2;
-  private static final long CKO_PRIVATE_KEY = 3;
-  private static final long CKM_SHA256_RSA_PKCS = 0x40;
-  private static final long CKM_AES_KEY_GEN = 0x1080;
-  private static final long CKM_AES_CBC_PAD = 0x1085;
 
   /** The token's RSA public key; Java's RSA provider takes any implementation of the interface. */
   private record TokenRsaKey(BigInteger getModulus, BigInteger getPublicExponent) implements RSAPublicKey {
@@ -81,7 +68,7 @@ public final class DemoClient {
     CK_TOKEN_INFO token = timed("C_GetTokenInfo", () -> p11.C_GetTokenInfo(slot));
     System.out.println("client:   token \"" + new String(token.label).trim() + "\" in slot " + slot
         + ", model " + new String(token.model).trim());
-    long session = timed("C_OpenSession", () -> p11.C_OpenSession(slot, CKF_RW_SERIAL_SESSION, null, null));
+    long session = timed("C_OpenSession", () -> p11.C_OpenSession(slot, CKF_RW_SESSION | CKF_SERIAL_SESSION, null, null));
     timed("C_Login (user, PIN 1234)", () -> { p11.C_Login(session, CKU_USER, "1234".toCharArray()); return null; });
 
     CK_ATTRIBUTE[] query = {new CK_ATTRIBUTE(CKA_CLASS, CKO_PRIVATE_KEY), new CK_ATTRIBUTE(CKA_LABEL, "demo-rsa".toCharArray())};

@@ -1,5 +1,6 @@
 package com.qor.smartcard.pkcs11.e2e;
 
+import static com.qor.smartcard.pkcs11.QorConstants.*;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
@@ -38,7 +39,13 @@ import org.junit.jupiter.api.function.Executable;
  * processes and one socket between them.
  */
 @TestMethodOrder(OrderAnnotation.class)
-class RemotingEndToEndTest implements Pkcs11Constants {
+class RemotingEndToEndTest {
+  /** DER of the OID of the NIST P-256 curve. */
+  private static final byte[] P256_OID = {0x06, 0x08, 0x2a, (byte) 0x86, 0x48, (byte) 0xce, 0x3d, 0x03, 0x01, 0x07};
+  /** DER prefix of a SHA-256 DigestInfo. */
+  private static final byte[] SHA256_DIGEST_INFO = {0x30, 0x31, 0x30, 0x0d, 0x06, 0x09, 0x60, (byte) 0x86, 0x48,
+      0x01, 0x65, 0x03, 0x04, 0x02, 0x01, 0x05, 0x00, 0x04, 0x20};
+
   private static final byte[] DATA = "the quick brown fox, remoted".getBytes();
   private static final long NO_ANSWER = 0xFFFFFFFFL;
 

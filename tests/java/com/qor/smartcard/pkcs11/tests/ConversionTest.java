@@ -1,5 +1,6 @@
 package com.qor.smartcard.pkcs11.tests;
 
+import static com.qor.smartcard.pkcs11.QorConstants.*;
 import static com.qor.smartcard.pkcs11.tests.Fixture.bytes;
 import static com.qor.smartcard.pkcs11.tests.Fixture.lastArg;
 import static com.qor.smartcard.pkcs11.tests.Fixture.ulong;
@@ -32,16 +33,6 @@ import org.junit.jupiter.params.provider.MethodSource;
 
 /** Java values to native PKCS#11 values and back, as the module sees them. */
 class ConversionTest {
-  private static final long CKA_CLASS = 0x0;
-  private static final long CKA_TOKEN = 0x1;
-  private static final long CKA_LABEL = 0x3;
-  private static final long CKA_VALUE = 0x11;
-  private static final long CKA_ID = 0x102;
-  private static final long CKA_START_DATE = 0x110;
-  private static final long CKA_MODULUS_BITS = 0x121;
-  private static final long CKA_WRAP_TEMPLATE = 0x40000211L;
-  private static final long CKA_UNWRAP_TEMPLATE = 0x40000212L;
-  private static final long CKA_ALLOWED_MECHANISMS = 0x40000600L;
 
   private static Pkcs11 p11;
 

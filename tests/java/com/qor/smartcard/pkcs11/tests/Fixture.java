@@ -1,5 +1,7 @@
 package com.qor.smartcard.pkcs11.tests;
 
+import static com.qor.smartcard.pkcs11.QorConstants.*;
+
 import com.qor.smartcard.pkcs11.Pkcs11;
 import com.qor.smartcard.testmodule.TestModule;
 
@@ -11,10 +13,6 @@ final class Fixture {
   /** Pointer width of this build: parameter sizes are formulas of it. */
   static final int P = Integer.parseInt(System.getProperty("sun.arch.data.model", "64")) / 8;
 
-  static final long CKF_RW_SESSION = 0x2;
-  static final long CKF_SERIAL_SESSION = 0x4;
-  static final long CKU_SO = 0;
-  static final long CKU_USER = 1;
   static final long TOKEN_SLOT = 1;
 
   private static boolean loaded;

@@ -1,5 +1,6 @@
 package com.qor.smartcard.pkcs11.tests;
 
+import static com.qor.smartcard.pkcs11.QorConstants.*;
 import static com.qor.smartcard.pkcs11.tests.Fixture.P;
 import static com.qor.smartcard.pkcs11.tests.Fixture.lastArg;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
@@ -32,12 +33,6 @@ import org.junit.jupiter.params.provider.MethodSource;
  * results that modules write back into parameter objects.
  */
 class MechanismTest {
-  private static final long CKA_CLASS = 0x0;
-  private static final long CKA_TOKEN = 0x1;
-  private static final long CKA_VALUE_LEN = 0x161;
-  private static final long CKA_DERIVE = 0x10C;
-  private static final long CKA_UNWRAP = 0x107;
-  private static final long CKO_SECRET_KEY = 4;
 
   private static Pkcs11 p11;
 
@@ -160,8 +155,8 @@ class MechanismTest {
   // ---- copy-backs against the module's token ---------------------------------
 
   private long session() throws Exception {
-    long session = p11.C_OpenSession(Fixture.TOKEN_SLOT, Fixture.CKF_SERIAL_SESSION | Fixture.CKF_RW_SESSION, null, null);
-    p11.C_Login(session, Fixture.CKU_USER, "1234".toCharArray());
+    long session = p11.C_OpenSession(Fixture.TOKEN_SLOT, CKF_SERIAL_SESSION | CKF_RW_SESSION, null, null);
+    p11.C_Login(session, CKU_USER, "1234".toCharArray());
     return session;
   }
 

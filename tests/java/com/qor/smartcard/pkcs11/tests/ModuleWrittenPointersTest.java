@@ -1,5 +1,6 @@
 package com.qor.smartcard.pkcs11.tests;
 
+import static com.qor.smartcard.pkcs11.QorConstants.*;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertNull;
@@ -22,9 +23,6 @@ import org.junit.jupiter.api.Test;
  * the bridge must never read through a pointer it did not hand out.
  */
 class ModuleWrittenPointersTest {
-  private static final long CKA_VALUE = 0x11;
-  private static final long CKA_WRAP_TEMPLATE = 0x40000211L;
-  private static final long CKA_UNWRAP_TEMPLATE = 0x40000212L;
   /** Records the module announces: enough that its bytes cover a whole one. */
   private static final int RECORDS = 16;
   private static Pkcs11 p11;

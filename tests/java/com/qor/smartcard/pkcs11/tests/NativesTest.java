@@ -1,5 +1,6 @@
 package com.qor.smartcard.pkcs11.tests;
 
+import static com.qor.smartcard.pkcs11.QorConstants.*;
 import static com.qor.smartcard.pkcs11.tests.Fixture.bytes;
 import static com.qor.smartcard.pkcs11.tests.Fixture.hex;
 import static com.qor.smartcard.pkcs11.tests.Fixture.last;
@@ -252,7 +253,7 @@ class NativesTest {
     p11.C_InitToken(1, "5678".toCharArray(), "Token".toCharArray());
     assertEquals("C_InitToken(slotID=1, pPin=[35363738], ulPinLen=4, pLabel=[546f6b656e"
         + "20".repeat(27) + "])", last("C_InitToken"));
-    p11.C_Login(3, Fixture.CKU_SO, "\u0131234".toCharArray());
+    p11.C_Login(3, CKU_SO, "\u0131234".toCharArray());
     assertEquals("C_Login(hSession=3, userType=0, pPin=[31323334], ulPinLen=4)", last("C_Login"));
     p11.C_InitPIN(3, "0000".toCharArray());
     assertEquals("C_InitPIN(hSession=3, pPin=[30303030], ulPinLen=4)", last("C_InitPIN"));
@@ -275,7 +276,7 @@ class NativesTest {
 
   @Test
   void sessionsOpenWithoutApplicationOrCallback() throws Exception {
-    long session = p11.C_OpenSession(1, Fixture.CKF_SERIAL_SESSION, "app", new Object());
+    long session = p11.C_OpenSession(1, CKF_SERIAL_SESSION, "app", new Object());
     assertEquals("C_OpenSession(slotID=1, flags=0x4, pApplication=null, Notify=null, phSession=nonnull)",
         last("C_OpenSession"));
     assertEquals(session, p11.C_GetSessionInfo(session).slotID == 1 ? session : -1);
@@ -291,7 +292,7 @@ class NativesTest {
 
   @Test
   void attributeValuesAreReadInTwoPasses() throws Exception {
-    long session = p11.C_OpenSession(1, Fixture.CKF_SERIAL_SESSION | Fixture.CKF_RW_SESSION, null, null);
+    long session = p11.C_OpenSession(1, CKF_SERIAL_SESSION | CKF_RW_SESSION, null, null);
     long object = p11.C_CreateObject(session, new CK_ATTRIBUTE[] {new CK_ATTRIBUTE(0x0, 0L),
         new CK_ATTRIBUTE(0x3, "note".toCharArray()), new CK_ATTRIBUTE(0x11, new byte[] {1, 2, 3})});
     CK_ATTRIBUTE[] template = {new CK_ATTRIBUTE(0x11, "ignored".toCharArray()), new CK_ATTRIBUTE(0x3)};

@@ -1,5 +1,6 @@
 package com.qor.smartcard.pkcs11.tests;
 
+import static com.qor.smartcard.pkcs11.QorConstants.*;
 import static com.qor.smartcard.pkcs11.tests.Fixture.GETTER;
 import static com.qor.smartcard.pkcs11.tests.Fixture.MODULE;
 import static com.qor.smartcard.pkcs11.tests.Fixture.SOCKET;
@@ -130,7 +131,7 @@ class RemotedTest {
     TestModule.resetReady();
     TestModule.script("C_Login", 0xA0);
     assertEquals(0xA0, assertThrows(PKCS11Exception.class,
-        () -> client.C_Login(1, Fixture.CKU_USER, "0000".toCharArray())).getErrorCode());
+        () -> client.C_Login(1, CKU_USER, "0000".toCharArray())).getErrorCode());
   }
 
   @Test

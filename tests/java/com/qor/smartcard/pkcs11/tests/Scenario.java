@@ -1,5 +1,7 @@
 package com.qor.smartcard.pkcs11.tests;
 
+import static com.qor.smartcard.pkcs11.QorConstants.*;
+
 import com.qor.smartcard.pkcs11.CK_ATTRIBUTE;
 import com.qor.smartcard.pkcs11.CK_INFO;
 import com.qor.smartcard.pkcs11.CK_MECHANISM;
@@ -17,20 +19,6 @@ import java.util.List;
  * through the transport can be compared step by step.
  */
 final class Scenario {
-  static final long CKA_CLASS = 0x0;
-  static final long CKA_TOKEN = 0x1;
-  static final long CKA_LABEL = 0x3;
-  static final long CKA_VALUE = 0x11;
-  static final long CKA_ENCRYPT = 0x104;
-  static final long CKA_DECRYPT = 0x105;
-  static final long CKA_WRAP = 0x106;
-  static final long CKA_UNWRAP = 0x107;
-  static final long CKA_DERIVE = 0x10C;
-  static final long CKA_MODULUS_BITS = 0x121;
-  static final long CKA_VALUE_LEN = 0x161;
-  static final long CKA_EXTRACTABLE = 0x162;
-  static final long CKO_DATA = 0;
-  static final long CKO_SECRET_KEY = 4;
 
   /** A step's outcome as text: its result, or the code it failed with. */
   record Outcome(String step, String result) {}
@@ -81,7 +69,7 @@ final class Scenario {
 
   /** A new session of its own, so one step's operations cannot disturb the next. */
   private long fresh() throws PKCS11Exception {
-    return p11.C_OpenSession(Fixture.TOKEN_SLOT, Fixture.CKF_SERIAL_SESSION | Fixture.CKF_RW_SESSION, null, null);
+    return p11.C_OpenSession(Fixture.TOKEN_SLOT, CKF_SERIAL_SESSION | CKF_RW_SESSION, null, null);
   }
 
   private CK_MECHANISM aesCbc() {
@@ -108,8 +96,8 @@ final class Scenario {
     step("C_GetMechanismList", () -> p11.C_GetMechanismList(Fixture.TOKEN_SLOT));
     step("C_GetMechanismInfo", () -> p11.C_GetMechanismInfo(Fixture.TOKEN_SLOT, 0x1082));
     step("C_OpenSession", () -> session = p11.C_OpenSession(Fixture.TOKEN_SLOT,
-        Fixture.CKF_SERIAL_SESSION | Fixture.CKF_RW_SESSION, null, null));
-    step("C_Login", () -> { p11.C_Login(session, Fixture.CKU_USER, "1234".toCharArray()); return "ok"; });
+        CKF_SERIAL_SESSION | CKF_RW_SESSION, null, null));
+    step("C_Login", () -> { p11.C_Login(session, CKU_USER, "1234".toCharArray()); return "ok"; });
     step("C_CreateObject", () -> dataObject = p11.C_CreateObject(session, new CK_ATTRIBUTE[] {a(CKA_CLASS, CKO_DATA),
         a(CKA_TOKEN, false), a(CKA_LABEL, "note".toCharArray()), a(CKA_VALUE, new byte[] {1, 2, 3})}));
     step("C_CopyObject", () -> p11.C_CopyObject(session, dataObject, new CK_ATTRIBUTE[] {a(CKA_LABEL, "copy".toCharArray())}));

@@ -1,5 +1,7 @@
 package com.qor.smartcard.bench;
 
+import static com.qor.smartcard.pkcs11.QorConstants.*;
+
 import com.qor.smartcard.pkcs11.CK_ATTRIBUTE;
 import com.qor.smartcard.pkcs11.CK_MECHANISM;
 import com.qor.smartcard.pkcs11.PKCS11Exception;
@@ -11,11 +13,6 @@ import com.qor.smartcard.pkcs11.Pkcs11;
  * (qor_bench calls {@link #run} once per timed iteration).
  */
 public final class JavaCalls {
-  private static final long CKA_CLASS = 0x0;
-  private static final long CKA_LABEL = 0x3;
-  private static final long CKO_PRIVATE_KEY = 3;
-  private static final long CKM_SHA256 = 0x250;
-  private static final long CKM_SHA256_RSA_PKCS = 0x40;
 
   // Numbered as the native benchmark numbers its operations.
   private static final int RANDOM_32 = 0;
