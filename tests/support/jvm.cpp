@@ -12,7 +12,12 @@ JavaVM* java_vm() {
   static JavaVM* const vm = [] {
     // -Xrs keeps the VM's hands off the process signals the test framework
     // and the sanitizers use; -Xcheck:jni turns JNI misuse into failures.
-    const char* flags[] = {"-Xrs", "-Xss1m", "-Xmx64m", "-Xcheck:jni"};
+    const char* flags[] = {"-Xrs", "-Xss1m", "-Xmx64m", "-Xcheck:jni",
+#ifdef QOR_BRIDGE_JAR
+                           // The Java API's classes, for the conversions.
+                           "-Djava.class.path=" QOR_BRIDGE_JAR
+#endif
+    };
     JavaVMOption options[sizeof flags / sizeof flags[0]];
     for (size_t i = 0; i < sizeof flags / sizeof flags[0]; ++i)
       options[i] = JavaVMOption{const_cast<char*>(flags[i]), nullptr};

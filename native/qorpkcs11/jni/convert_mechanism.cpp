@@ -15,6 +15,10 @@ using qor::log::kJni;
 
 namespace {
 
+constexpr char kMechanismClass[] = QOR_PKCS11_CLASS("CK_MECHANISM");
+constexpr char kVersionClass[] = QOR_PKCS11_CLASS("CK_VERSION");
+constexpr char kKeyMatOutClass[] = QOR_PKCS11_CLASS("CK_SSL3_KEY_MAT_OUT");
+
 // ---- parameter layouts ----------------------------------------------------
 //
 // Each parameter class is described member by member: which Java field feeds
@@ -443,10 +447,10 @@ void* copyBackTarget(JNIEnv* env, const ConvertedMechanism* ck, jobject jMechani
                      const char* structName, LocalRef<jobject>* jParam) {
   if (ck == nullptr || jMechanism == nullptr || ck->mechanism.pParameter == nullptr) return nullptr;
   if (ck->parameterClass != paramClass(structName)) return nullptr;
-  LocalRef<jclass> cls(env, env->GetObjectClass(jMechanism));
-  jfieldID mechanismId = env->GetFieldID(cls.get(), "mechanism", "J");
+  jfieldID mechanismId = qor::jni::knownField(env, kMechanismClass, "mechanism", "J");
   jfieldID parameterId =
-      mechanismId ? env->GetFieldID(cls.get(), "pParameter", "Ljava/lang/Object;") : nullptr;
+      mechanismId ? qor::jni::knownField(env, kMechanismClass, "pParameter", "Ljava/lang/Object;")
+                  : nullptr;
   if (parameterId == nullptr) return nullptr;
   if (static_cast<CK_MECHANISM_TYPE>(env->GetLongField(jMechanism, mechanismId)) !=
       ck->mechanism.mechanism) {
@@ -546,10 +550,10 @@ bool jMechanismParameterToCKMechanismParameter(JNIEnv* env, jobject jParam,
 bool jMechanismToCKMechanism(JNIEnv* env, jobject jMechanism, ConvertedMechanism* out) {
   QOR_LOGD(kJni, "%s", "jMechanismToCKMechanism");
   std::memset(out, 0, sizeof *out);
-  LocalRef<jclass> cls(env, env->GetObjectClass(jMechanism));
-  jfieldID mechanismId = env->GetFieldID(cls.get(), "mechanism", "J");
+  jfieldID mechanismId = qor::jni::knownField(env, kMechanismClass, "mechanism", "J");
   jfieldID parameterId =
-      mechanismId ? env->GetFieldID(cls.get(), "pParameter", "Ljava/lang/Object;") : nullptr;
+      mechanismId ? qor::jni::knownField(env, kMechanismClass, "pParameter", "Ljava/lang/Object;")
+                  : nullptr;
   if (parameterId == nullptr) return false;
   out->mechanism.mechanism = static_cast<CK_MECHANISM_TYPE>(env->GetLongField(jMechanism, mechanismId));
   LocalRef<jobject> parameter(env, env->GetObjectField(jMechanism, parameterId));
@@ -592,8 +596,7 @@ void copyBackSetUnwrappedKey(JNIEnv* env, const ConvertedMechanism* ck, jobject 
   LocalRef<jobject> jParam;
   void* params = copyBackTarget(env, ck, jMechanism, "CK_KEY_WRAP_SET_OAEP_PARAMS", &jParam);
   if (params == nullptr) return;
-  LocalRef<jclass> cls(env, env->GetObjectClass(jParam.get()));
-  jfieldID bBC = env->GetFieldID(cls.get(), "bBC", "B");
+  jfieldID bBC = qor::jni::knownField(env, QOR_PKCS11_CLASS("CK_KEY_WRAP_SET_OAEP_PARAMS"), "bBC", "B");
   if (bBC == nullptr) return;
   env->SetByteField(jParam.get(), bBC,
                     static_cast<jbyte>(loadAt<CK_BYTE>(params, offsetof(CK_KEY_WRAP_SET_OAEP_PARAMS, bBC))));
@@ -614,9 +617,8 @@ void copyBackClientVersion(JNIEnv* env, const ConvertedMechanism* ck, jobject jM
   LocalRef<jobject> jVersion(
       env, getObject(env, jParam.get(), "pVersion", "L" QOR_PKCS11_CLASS("CK_VERSION") ";"));
   if (version == nullptr || !jVersion) return;
-  LocalRef<jclass> cls(env, env->GetObjectClass(jVersion.get()));
-  jfieldID major = env->GetFieldID(cls.get(), "major", "B");
-  jfieldID minor = major ? env->GetFieldID(cls.get(), "minor", "B") : nullptr;
+  jfieldID major = qor::jni::knownField(env, kVersionClass, "major", "B");
+  jfieldID minor = major ? qor::jni::knownField(env, kVersionClass, "minor", "B") : nullptr;
   if (minor == nullptr) return;
   const CK_VERSION v = *version;
   env->SetByteField(jVersion.get(), major, static_cast<jbyte>(v.major));
@@ -630,20 +632,18 @@ void copyBackSSLKeyMatParams(JNIEnv* env, const ConvertedMechanism* ck, jobject 
   if (params == nullptr) return;
   auto* out = loadAt<CK_SSL3_KEY_MAT_OUT*>(params, offsetof(CK_SSL3_KEY_MAT_PARAMS, pReturnedKeyMaterial));
   if (out == nullptr) return;
-  const char* outSig = "L" QOR_PKCS11_CLASS("CK_SSL3_KEY_MAT_OUT") ";";
-  LocalRef<jclass> paramCls(env, env->GetObjectClass(jParam.get()));
-  jfieldID outId = env->GetFieldID(paramCls.get(), "pReturnedKeyMaterial", outSig);
+  jfieldID outId = qor::jni::knownField(env, QOR_PKCS11_CLASS("CK_SSL3_KEY_MAT_PARAMS"),
+                                       "pReturnedKeyMaterial", "L" QOR_PKCS11_CLASS("CK_SSL3_KEY_MAT_OUT") ";");
   if (outId == nullptr) return;
   LocalRef<jobject> jOut(env, env->GetObjectField(jParam.get(), outId));
   if (!jOut) {
     // Nothing to write into yet: give the caller a fresh result object.
-    LocalRef<jclass> outCls(env, env->FindClass(QOR_PKCS11_CLASS("CK_SSL3_KEY_MAT_OUT")));
-    if (!outCls) return;
-    jOut = LocalRef<jobject>(env, env->AllocObject(outCls.get()));
+    jclass outCls = qor::jni::knownClass(env, kKeyMatOutClass);
+    if (outCls == nullptr) return;
+    jOut = LocalRef<jobject>(env, env->AllocObject(outCls));
     if (!jOut) return;
     env->SetObjectField(jParam.get(), outId, jOut.get());
   }
-  LocalRef<jclass> cls(env, env->GetObjectClass(jOut.get()));
   const CK_SSL3_KEY_MAT_OUT keys = *out;
   const struct {
     const char* name;
@@ -653,7 +653,7 @@ void copyBackSSLKeyMatParams(JNIEnv* env, const ConvertedMechanism* ck, jobject 
                  {"hClientKey", keys.hClientKey},
                  {"hServerKey", keys.hServerKey}};
   for (const auto& h : handles) {
-    jfieldID id = env->GetFieldID(cls.get(), h.name, "J");
+    jfieldID id = qor::jni::knownField(env, kKeyMatOutClass, h.name, "J");
     if (id == nullptr) return;
     env->SetLongField(jOut.get(), id, static_cast<jlong>(h.value));
   }
@@ -663,10 +663,14 @@ void copyBackSSLKeyMatParams(JNIEnv* env, const ConvertedMechanism* ck, jobject 
     CK_BYTE_PTR iv;
   } ivs[] = {{"pIVClient", keys.pIVClient}, {"pIVServer", keys.pIVServer}};
   for (const auto& iv : ivs) {
-    jfieldID id = env->GetFieldID(cls.get(), iv.name, "[B");
+    jfieldID id = qor::jni::knownField(env, kKeyMatOutClass, iv.name, "[B");
     if (id == nullptr) return;
     LocalRef<jbyteArray> bytes(env, ckByteArrayToJByteArray(env, iv.iv, iv.iv ? ivLength : 0));
     if (!bytes) return;
     env->SetObjectField(jOut.get(), id, bytes.get());
   }
+}
+
+void resolveParameterClasses(JNIEnv* env) {
+  for (const ParamClass& c : kParamClasses) qor::jni::knownClassQuietly(env, c.className);
 }

@@ -57,6 +57,8 @@ struct ConvertedMechanism {
 
 // False when an exception is pending (nothing is then held).
 bool jMechanismToCKMechanism(JNIEnv* env, jobject jMechanism, ConvertedMechanism* out);
+// Looks up every mechanism parameter class the loader can see (at load).
+void resolveParameterClasses(JNIEnv* env);
 bool jMechanismParameterToCKMechanismParameter(JNIEnv* env, jobject jParam,
                                                ConvertedMechanism* out);
 void freeCKMechanismParameter(ConvertedMechanism* mechanism);

@@ -8,6 +8,9 @@
 #include "qorpkcs11/jni/exceptions.h"
 
 using qor::jni::HeapPtr;
+using qor::jni::knownClass;
+using qor::jni::knownField;
+using qor::jni::knownMethod;
 using qor::jni::LocalRef;
 using qor::jni::zeroAlloc;
 using qor::log::kJni;
@@ -15,6 +18,10 @@ using qor::log::kJni;
 namespace {
 
 constexpr const char kVersionSig[] = "L" QOR_PKCS11_CLASS("CK_VERSION") ";";
+constexpr const char kAttributeClass[] = QOR_PKCS11_CLASS("CK_ATTRIBUTE");
+constexpr const char kVersionClass[] = QOR_PKCS11_CLASS("CK_VERSION");
+constexpr const char kDateClass[] = QOR_PKCS11_CLASS("CK_DATE");
+constexpr const char kObjectSig[] = "Ljava/lang/Object;";
 
 // Templates nest only one level in practice; the bound keeps a template that
 // contains itself (or a module that reports a cyclic one) from exhausting
@@ -133,18 +140,18 @@ const StructMap kDateMap = {QOR_PKCS11_CLASS("CK_DATE"), nullptr, 0, kDateTexts,
 // listed field set from the native structure at base.
 jobject structToJObject(JNIEnv* env, const void* base, const StructMap& map) {
   if (base == nullptr) return nullptr;
-  LocalRef<jclass> cls(env, env->FindClass(map.className));
-  if (!cls) return nullptr;
-  LocalRef<jobject> obj(env, env->AllocObject(cls.get()));
+  jclass cls = knownClass(env, map.className);
+  if (cls == nullptr) return nullptr;
+  LocalRef<jobject> obj(env, env->AllocObject(cls));
   if (!obj) return nullptr;
   for (size_t i = 0; i < map.ulongCount; ++i) {
-    jfieldID id = env->GetFieldID(cls.get(), map.ulongs[i].name, "J");
+    jfieldID id = knownField(env, map.className, map.ulongs[i].name, "J");
     if (id == nullptr) return nullptr;
     env->SetLongField(obj.get(), id, static_cast<jlong>(loadAt<CK_ULONG>(base, map.ulongs[i].offset)));
   }
   for (size_t i = 0; i < map.textCount; ++i) {
     const TextMember& m = map.texts[i];
-    jfieldID id = env->GetFieldID(cls.get(), m.name, "[C");
+    jfieldID id = knownField(env, map.className, m.name, "[C");
     if (id == nullptr) return nullptr;
     LocalRef<jcharArray> text(
         env, ckCharArrayToJCharArray(env, static_cast<const CK_CHAR*>(base) + m.offset,
@@ -153,7 +160,7 @@ jobject structToJObject(JNIEnv* env, const void* base, const StructMap& map) {
     env->SetObjectField(obj.get(), id, text.get());
   }
   for (size_t i = 0; i < map.versionCount; ++i) {
-    jfieldID id = env->GetFieldID(cls.get(), map.versions[i].name, kVersionSig);
+    jfieldID id = knownField(env, map.className, map.versions[i].name, kVersionSig);
     if (id == nullptr) return nullptr;
     CK_VERSION version = loadAt<CK_VERSION>(base, map.versions[i].offset);
     LocalRef<jobject> jversion(env, ckVersionPtrToJVersion(env, &version));
@@ -166,11 +173,10 @@ jobject structToJObject(JNIEnv* env, const void* base, const StructMap& map) {
 // new java.lang.<Box>(value)
 template <typename J>
 jobject box(JNIEnv* env, const char* className, const char* ctorSig, J value) {
-  LocalRef<jclass> cls(env, env->FindClass(className));
-  if (!cls) return nullptr;
-  jmethodID ctor = env->GetMethodID(cls.get(), "<init>", ctorSig);
+  jclass cls = knownClass(env, className);
+  jmethodID ctor = cls ? knownMethod(env, className, "<init>", ctorSig) : nullptr;
   if (ctor == nullptr) return nullptr;
-  return env->NewObject(cls.get(), ctor, value);
+  return env->NewObject(cls, ctor, value);
 }
 
 // ---- attribute values from the module ------------------------------------
@@ -286,12 +292,12 @@ jobject attributeValueToJObject(JNIEnv* env, const CK_ATTRIBUTE* attribute, int 
 
 jobject attributeToJAttribute(JNIEnv* env, const CK_ATTRIBUTE* attribute, int depth) {
   if (attribute == nullptr) return nullptr;
-  LocalRef<jclass> cls(env, env->FindClass(QOR_PKCS11_CLASS("CK_ATTRIBUTE")));
-  if (!cls) return nullptr;
-  LocalRef<jobject> obj(env, env->AllocObject(cls.get()));
+  jclass cls = knownClass(env, kAttributeClass);
+  if (cls == nullptr) return nullptr;
+  LocalRef<jobject> obj(env, env->AllocObject(cls));
   if (!obj) return nullptr;
-  jfieldID typeId = env->GetFieldID(cls.get(), "type", "J");
-  jfieldID valueId = typeId ? env->GetFieldID(cls.get(), "pValue", "Ljava/lang/Object;") : nullptr;
+  jfieldID typeId = knownField(env, kAttributeClass, "type", "J");
+  jfieldID valueId = typeId ? knownField(env, kAttributeClass, "pValue", kObjectSig) : nullptr;
   if (valueId == nullptr) return nullptr;
   const CK_ATTRIBUTE a = *attribute;
   env->SetLongField(obj.get(), typeId, static_cast<jlong>(a.type));
@@ -307,9 +313,9 @@ jobjectArray attributesToJArray(JNIEnv* env, const CK_ATTRIBUTE* attributes, CK_
     throwOutOfMemoryError(env);
     return nullptr;
   }
-  LocalRef<jclass> cls(env, env->FindClass(QOR_PKCS11_CLASS("CK_ATTRIBUTE")));
-  if (!cls) return nullptr;
-  LocalRef<jobjectArray> array(env, env->NewObjectArray(static_cast<jsize>(count), cls.get(), nullptr));
+  jclass cls = knownClass(env, kAttributeClass);
+  if (cls == nullptr) return nullptr;
+  LocalRef<jobjectArray> array(env, env->NewObjectArray(static_cast<jsize>(count), cls, nullptr));
   if (!array) return nullptr;
   for (CK_ULONG i = 0; i < count && attributes != nullptr; ++i) {
     LocalRef<jobject> element(env, attributeToJAttribute(env, &attributes[i], depth));
@@ -417,9 +423,7 @@ const PrimitiveForm kPrimitiveForms[] = {
 void throwUnconvertible(JNIEnv* env, jobject object) {
   std::string message = "Java object of this class cannot be converted to native PKCS#11 type: ";
   LocalRef<jclass> objectClass(env, env->GetObjectClass(object));
-  LocalRef<jclass> classClass(env, env->FindClass("java/lang/Class"));
-  if (!classClass) return;
-  jmethodID getName = env->GetMethodID(classClass.get(), "getName", "()Ljava/lang/String;");
+  jmethodID getName = knownMethod(env, "java/lang/Class", "getName", "()Ljava/lang/String;");
   if (getName == nullptr) return;
   LocalRef<jstring> name(env, static_cast<jstring>(env->CallObjectMethod(objectClass.get(), getName)));
   if (env->ExceptionCheck()) return;
@@ -441,14 +445,13 @@ bool convertAttribute(JNIEnv* env, jobject attribute, CK_ATTRIBUTE* out, int dep
     return false;
   }
   QOR_LOGD(kJni, ", getting attribute object class");
-  LocalRef<jclass> cls(env, env->GetObjectClass(attribute));
   QOR_LOGD(kJni, ", getting type field");
-  jfieldID typeId = env->GetFieldID(cls.get(), "type", "J");
+  jfieldID typeId = knownField(env, kAttributeClass, "type", "J");
   if (typeId == nullptr) return false;
   converted.type = static_cast<CK_ATTRIBUTE_TYPE>(env->GetLongField(attribute, typeId));
   QOR_LOGD(kJni, ", type=0x%lX", static_cast<unsigned long>(converted.type));
   QOR_LOGD(kJni, ", getting pValue field");
-  jfieldID valueId = env->GetFieldID(cls.get(), "pValue", "Ljava/lang/Object;");
+  jfieldID valueId = knownField(env, kAttributeClass, "pValue", kObjectSig);
   if (valueId == nullptr) return false;
   LocalRef<jobject> value(env, env->GetObjectField(attribute, valueId));
   QOR_LOGD(kJni, ", pValue=%p", static_cast<void*>(value.get()));
@@ -543,9 +546,8 @@ int convertTemplate(JNIEnv* env, jobjectArray array, CK_ATTRIBUTE_PTR* out, CK_U
 
 // The char[] fields of a Java CK_DATE into the fixed digits of CK_DATE:
 // shorter arrays leave zero bytes, longer ones are cut.
-bool readDateField(JNIEnv* env, jobject date, jclass cls, const char* name, CK_CHAR* out,
-                   size_t size) {
-  jfieldID id = env->GetFieldID(cls, name, "[C");
+bool readDateField(JNIEnv* env, jobject date, const char* name, CK_CHAR* out, size_t size) {
+  jfieldID id = knownField(env, kDateClass, name, "[C");
   if (id == nullptr) return false;
   LocalRef<jcharArray> chars(env, static_cast<jcharArray>(env->GetObjectField(date, id)));
   if (!chars) return true;
@@ -587,11 +589,11 @@ jobject ckDatePtrToJDateObject(JNIEnv* env, const CK_DATE* date) {
 
 jobject ckVersionPtrToJVersion(JNIEnv* env, const CK_VERSION* version) {
   if (version == nullptr) return nullptr;
-  LocalRef<jclass> cls(env, env->FindClass(QOR_PKCS11_CLASS("CK_VERSION")));
-  if (!cls) return nullptr;
-  LocalRef<jobject> obj(env, env->AllocObject(cls.get()));
-  jfieldID major = obj ? env->GetFieldID(cls.get(), "major", "B") : nullptr;
-  jfieldID minor = major ? env->GetFieldID(cls.get(), "minor", "B") : nullptr;
+  jclass cls = knownClass(env, kVersionClass);
+  if (cls == nullptr) return nullptr;
+  LocalRef<jobject> obj(env, env->AllocObject(cls));
+  jfieldID major = obj ? knownField(env, kVersionClass, "major", "B") : nullptr;
+  jfieldID minor = major ? knownField(env, kVersionClass, "minor", "B") : nullptr;
   if (minor == nullptr) return nullptr;
   const CK_VERSION v = *version;
   env->SetByteField(obj.get(), major, static_cast<jbyte>(v.major));
@@ -736,9 +738,8 @@ CK_CHAR* jCharObjectToCKCharPtr(JNIEnv* env, jobject value) {
 
 CK_VERSION* jVersionToCKVersionPtr(JNIEnv* env, jobject version) {
   if (version == nullptr) return nullptr;
-  LocalRef<jclass> cls(env, env->GetObjectClass(version));
-  jfieldID major = env->GetFieldID(cls.get(), "major", "B");
-  jfieldID minor = major ? env->GetFieldID(cls.get(), "minor", "B") : nullptr;
+  jfieldID major = knownField(env, kVersionClass, "major", "B");
+  jfieldID minor = major ? knownField(env, kVersionClass, "minor", "B") : nullptr;
   if (minor == nullptr) return nullptr;
   CK_VERSION v;
   v.major = static_cast<CK_BYTE>(env->GetByteField(version, major));
@@ -748,15 +749,14 @@ CK_VERSION* jVersionToCKVersionPtr(JNIEnv* env, jobject version) {
 
 CK_DATE* jDateObjectPtrToCKDatePtr(JNIEnv* env, jobject date) {
   if (date == nullptr) return nullptr;
-  LocalRef<jclass> cls(env, env->GetObjectClass(date));
   CK_DATE d;
   std::memset(&d, 0, sizeof d);
   CK_CHAR year[4] = {0, 0, 0, 0};
   CK_CHAR month[2] = {0, 0};
   CK_CHAR day[2] = {0, 0};
-  if (!readDateField(env, date, cls.get(), "year", year, sizeof year) ||
-      !readDateField(env, date, cls.get(), "month", month, sizeof month) ||
-      !readDateField(env, date, cls.get(), "day", day, sizeof day)) {
+  if (!readDateField(env, date, "year", year, sizeof year) ||
+      !readDateField(env, date, "month", month, sizeof month) ||
+      !readDateField(env, date, "day", day, sizeof day)) {
     return nullptr;
   }
   std::memcpy(d.year, year, sizeof year);
@@ -788,9 +788,9 @@ CK_C_INITIALIZE_ARGS_PTR makeCKInitArgsAdapter(JNIEnv* env, jobject args) {
     throwOutOfMemoryError(env);
     return nullptr;
   }
-  LocalRef<jclass> cls(env, env->GetObjectClass(args));
-  jfieldID flags = env->GetFieldID(cls.get(), "flags", "J");
-  jfieldID reserved = flags ? env->GetFieldID(cls.get(), "pReserved", "Ljava/lang/Object;") : nullptr;
+  static constexpr char kArgsClass[] = QOR_PKCS11_CLASS("CK_C_INITIALIZE_ARGS");
+  jfieldID flags = knownField(env, kArgsClass, "flags", "J");
+  jfieldID reserved = flags ? knownField(env, kArgsClass, "pReserved", kObjectSig) : nullptr;
   if (reserved == nullptr) return nullptr;
   // Java has no mutex callbacks to offer: the four stay null.
   ck->flags = static_cast<CK_FLAGS>(env->GetLongField(args, flags));

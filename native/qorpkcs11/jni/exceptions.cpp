@@ -10,11 +10,10 @@ namespace {
 // no memory) leaves the JVM's own exception pending instead.
 template <typename... Args>
 void throwNew(JNIEnv* env, const char* className, const char* ctorSig, Args... args) {
-  LocalRef<jclass> cls(env, env->FindClass(className));
-  if (!cls) return;
-  jmethodID ctor = env->GetMethodID(cls.get(), "<init>", ctorSig);
+  jclass cls = qor::jni::knownClass(env, className);
+  jmethodID ctor = cls ? qor::jni::knownMethod(env, className, "<init>", ctorSig) : nullptr;
   if (ctor == nullptr) return;
-  LocalRef<jthrowable> ex(env, static_cast<jthrowable>(env->NewObject(cls.get(), ctor, args...)));
+  LocalRef<jthrowable> ex(env, static_cast<jthrowable>(env->NewObject(cls, ctor, args...)));
   if (ex) env->Throw(ex.get());
 }
 
@@ -53,8 +52,8 @@ void throwDisconnectedRuntimeException(JNIEnv* env) {
 void throwOutOfMemoryError(JNIEnv* env) { throwNew(env, "java/lang/OutOfMemoryError", "()V"); }
 
 void throwIOException(JNIEnv* env, const char* message) {
-  LocalRef<jclass> cls(env, env->FindClass("java/io/IOException"));
-  if (cls) env->ThrowNew(cls.get(), message);
+  jclass cls = qor::jni::knownClass(env, "java/io/IOException");
+  if (cls) env->ThrowNew(cls, message);
 }
 
 void throwIOExceptionUnicodeMessage(JNIEnv* env, const jchar* message) {

@@ -86,13 +86,15 @@ T* zeroAlloc(size_t count) {
   return static_cast<T*>(std::calloc(count + 1, sizeof(T)));
 }
 
-// Classes and methods the conversions use on every call, looked up once and
-// then kept for the life of the process: a FindClass costs more than most
-// conversions. This library is loaded by one class loader, so a name always
-// means the same class. The results are global references: never delete
-// them. A class that is not found is looked up again next time. Names are
-// the library's string constants and are told apart by address (the same
-// text at two addresses costs only a second entry).
+// Classes, methods and fields the conversions use on every call, looked up
+// once and then kept for the life of the process: a FindClass costs more
+// than most conversions. The classes are resolved when the library loads
+// (resolveKnownClasses from JNI_OnLoad), on the thread and class loader that
+// load it: on Android a native thread attached later finds only the system's
+// classes. This library is loaded by one class loader, so a name always
+// means the same class. Classes are global references: never delete them.
+// One that is not found is looked up again next time. Names must be the
+// library's string constants (they are kept, by their text).
 //
 // The class of a name; null with FindClass's exception pending when missing.
 jclass knownClass(JNIEnv* env, const char* name);
@@ -101,6 +103,12 @@ jclass knownClass(JNIEnv* env, const char* name);
 jclass knownClassQuietly(JNIEnv* env, const char* name);
 // A method of a known class; null with an exception pending when missing.
 jmethodID knownMethod(JNIEnv* env, const char* className, const char* name, const char* signature);
+// A field of a known class (valid for its subclasses' objects too); null
+// with an exception pending when missing.
+jfieldID knownField(JNIEnv* env, const char* className, const char* name, const char* signature);
+// Every class the natives use that this library's class loader can see,
+// looked up now; a missing one is left for its first use.
+void resolveKnownClasses(JNIEnv* env);
 
 inline bool isInstanceOf(JNIEnv* env, jobject obj, const char* className) {
   jclass cls = knownClassQuietly(env, className);

@@ -3,6 +3,7 @@
 #include <jni.h>
 
 #include "qorpkcs11/comm/access.h"
+#include "qorpkcs11/jni/jni_util.h"
 #include "qorpkcs11/server/server.h"
 
 #define QOR_ACCESS_NATIVE(ret, name) \
@@ -16,7 +17,7 @@ QOR_ACCESS_NATIVE(void, allowClientPid)(JNIEnv*, jclass, jint pid) { qorpkcs11_c
 
 QOR_ACCESS_NATIVE(void, setServerTimeouts)(JNIEnv* env, jclass, jint frameMillis, jint idleMillis) {
   if (qorpkcs11_comm_server_set_timeouts(frameMillis, idleMillis) != 0) {
-    jclass error = env->FindClass("java/lang/IllegalArgumentException");
+    jclass error = qor::jni::knownClass(env, "java/lang/IllegalArgumentException");
     if (error != nullptr) env->ThrowNew(error, "a time limit cannot be negative");
   }
 }
