@@ -4,14 +4,20 @@
 //   qor     this library's client -> socket -> serving process -> bridge
 //   p11kit  p11-kit-client.so -> p11-kit server (P11_KIT_SERVER_ADDRESS)
 //   floor   the qor frames of each operation echoed over a bare socket
+//   floor1  the same, header and payload sent with one sendmsg each way
 //   java    the qor path called from Java through the natives
 //   bridge  the bridge over SoftHSM2 in this process (project ABI, no socket)
 //   java-bridge  the bridge path called from Java through the natives
-// Options before the benchmark's own: --paths=direct,qor,p11kit,floor,java,bridge,java-bridge
+// Every path reports, beside the wall time, the CPU time per operation that
+// the calling process (cpu_client) and the serving process (cpu_server)
+// spent over the timed loop, from the kernel's accounting of each process.
+// Options before the benchmark's own: --paths=direct,qor,p11kit,floor,floor1,java,bridge,java-bridge
 // --null-logger (every line loggable, handed to a logger that drops it).
 #include <android/log.h>
 #include <benchmark/benchmark.h>
+#include <dirent.h>
 #include <dlfcn.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -174,20 +180,71 @@ CK_FUNCTION_LIST_PTR connect_wrapper(const std::string& socket) {
   return open_module<qor::abi::Target>(QOR_WRAPPER_PATH);
 }
 
-void register_path(const char* path, const std::function<bool(Op)>& run) {
-  for (const OpInfo& info : kOps) {
-    benchmark::RegisterBenchmark((std::string(info.name) + "/" + path).c_str(),
-                                 [run, op = info.op](benchmark::State& state) {
-                                   for (auto _ : state) {
-                                     if (!run(op)) {
-                                       state.SkipWithError("call failed");
-                                       break;
-                                     }
-                                   }
-                                 })
-        ->Unit(benchmark::kMicrosecond)
-        ->UseRealTime();
+// CPU time (user + system, every thread) a process has used, in seconds:
+// this one's for pid 0, else a serving process's.
+double cpu_seconds(pid_t pid) {
+  clockid_t clock = CLOCK_PROCESS_CPUTIME_ID;
+  if (pid > 0 && ::clock_getcpuclockid(pid, &clock) != 0) return 0.0;
+  timespec t{};
+  if (::clock_gettime(clock, &t) != 0) return 0.0;
+  return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) * 1e-9;
+}
+
+// The process and its children: p11-kit's server serves each connection
+// from a process it forks.
+std::vector<pid_t> with_children(pid_t parent) {
+  std::vector<pid_t> pids{parent};
+  std::unique_ptr<DIR, int (*)(DIR*)> proc(::opendir("/proc"), ::closedir);
+  while (proc != nullptr) {
+    const dirent* entry = ::readdir(proc.get());
+    if (entry == nullptr) break;
+    const pid_t pid = static_cast<pid_t>(std::atoi(entry->d_name));
+    if (pid <= 0) continue;
+    std::unique_ptr<FILE, int (*)(FILE*)> stat(
+        std::fopen(("/proc/" + std::string(entry->d_name) + "/stat").c_str(), "r"), std::fclose);
+    char line[512] = {};
+    if (stat == nullptr || std::fgets(line, sizeof line, stat.get()) == nullptr) continue;
+    // pid (comm) state ppid ...: comm may hold spaces, so read after its ')'.
+    const char* after = std::strrchr(line, ')');
+    int ppid = 0;
+    if (after != nullptr && std::sscanf(after + 1, " %*c %d", &ppid) == 1 && ppid == parent)
+      pids.push_back(pid);
   }
+  return pids;
+}
+
+double cpu_seconds(const std::vector<pid_t>& pids) {
+  double sum = 0.0;
+  for (pid_t pid : pids) sum += cpu_seconds(pid);
+  return sum;
+}
+
+// Times `body` (one operation per call) with both processes' CPU beside it.
+void register_timed(const std::string& name, pid_t server, const std::function<bool()>& body) {
+  benchmark::RegisterBenchmark(name.c_str(), [server, body](benchmark::State& state) {
+    // pid 0: an in-process path, with no serving process to account.
+    const std::vector<pid_t> serving = server > 0 ? with_children(server) : std::vector<pid_t>{};
+    const double client0 = cpu_seconds(0);
+    const double server0 = cpu_seconds(serving);
+    for (auto _ : state) {
+      if (!body()) {
+        state.SkipWithError("call failed");
+        return;
+      }
+    }
+    const double client = cpu_seconds(0) - client0;
+    const double served = cpu_seconds(serving) - server0;
+    using benchmark::Counter;
+    state.counters["cpu_client"] = Counter(client * 1e6, Counter::kAvgIterations);
+    state.counters["cpu_server"] = Counter(served * 1e6, Counter::kAvgIterations);
+  })
+      ->Unit(benchmark::kMicrosecond)
+      ->UseRealTime();
+}
+
+void register_path(const char* path, pid_t server, const std::function<bool(Op)>& run) {
+  for (const OpInfo& info : kOps)
+    register_timed(std::string(info.name) + "/" + path, server, [run, op = info.op] { return run(op); });
 }
 
 void count_line(const __android_logger_data*, const char*) {
@@ -212,7 +269,7 @@ bool wants(const std::string& paths, const char* path) {
 
 int main(int argc, char** argv) {
   using namespace qor::bench;
-  std::string paths = "direct,qor,p11kit,floor,java,bridge,java-bridge";
+  std::string paths = "direct,qor,p11kit,floor,floor1,java,bridge,java-bridge";
   std::vector<char*> rest{argv[0]};
   for (int i = 1; i < argc; ++i) {
     if (std::strncmp(argv[i], "--paths=", 8) == 0) {
@@ -230,11 +287,15 @@ int main(int argc, char** argv) {
 
   // Both serving processes fork before this one loads any module.
   const std::string id = std::to_string(::getpid());
-  const bool remoted = wants(paths, "qor") || wants(paths, "floor") || wants(paths, "java");
+  const bool floors = wants(paths, "floor") || wants(paths, "floor1");
+  const bool remoted = wants(paths, "qor") || floors || wants(paths, "java");
   std::unique_ptr<ServingProcess> serving;
-  std::unique_ptr<FloorServer> floorServer;
+  std::unique_ptr<FloorServer> floorServer, floorServer1;
   if (remoted) serving = std::make_unique<ServingProcess>("@qorbench-" + id);
-  if (wants(paths, "floor")) floorServer = std::make_unique<FloorServer>("@qorfloor-" + id);
+  if (wants(paths, "floor"))
+    floorServer = std::make_unique<FloorServer>("@qorfloor-" + id, Sends::kTwo);
+  if (wants(paths, "floor1"))
+    floorServer1 = std::make_unique<FloorServer>("@qorfloor1-" + id, Sends::kOne);
 
   std::unique_ptr<Session<qor::abi::Target>> qor;
   if (remoted)
@@ -242,30 +303,33 @@ int main(int argc, char** argv) {
   if (wants(paths, "direct")) {
     auto direct = std::make_shared<Session<qor::abi::Host>>(
         open_module<qor::abi::Host>("/usr/lib/softhsm/libsofthsm2.so"), "direct");
-    register_path("direct", [direct](Op op) { return direct->run(op); });
+    register_path("direct", 0, [direct](Op op) { return direct->run(op); });
   }
   if (wants(paths, "qor")) {
     Session<qor::abi::Target>* s = qor.get();
-    register_path("qor", [s](Op op) { return s->run(op); });
+    register_path("qor", serving->pid(), [s](Op op) { return s->run(op); });
   }
   const bool java = wants(paths, "java") || wants(paths, "java-bridge");
   if (java) start_java(QOR_BENCH_CLASSPATH, QOR_WRAPPER_PATH);
   if (wants(paths, "java")) {
     auto remote = std::make_shared<JavaPath>(QOR_WRAPPER_PATH, ("@qorbench-" + id).c_str(),
                                              qor->session(), qor->key());
-    register_path("java", [remote](Op op) { return remote->run(static_cast<int>(op)); });
+    register_path("java", serving->pid(),
+                  [remote](Op op) { return remote->run(static_cast<int>(op)); });
   }
   if (wants(paths, "bridge") || wants(paths, "java-bridge")) {
     auto local = std::make_shared<Session<qor::abi::Target>>(
         open_module<qor::abi::Target>(QOR_BRIDGE_PATH), "bridge");
-    if (wants(paths, "bridge")) register_path("bridge", [local](Op op) { return local->run(op); });
+    if (wants(paths, "bridge"))
+      register_path("bridge", 0, [local](Op op) { return local->run(op); });
     if (wants(paths, "java-bridge")) {
       auto javaLocal =
           std::make_shared<JavaPath>(QOR_BRIDGE_PATH, nullptr, local->session(), local->key());
-      register_path("java-bridge",
+      register_path("java-bridge", 0,
                     [javaLocal](Op op) { return javaLocal->run(static_cast<int>(op)); });
-      benchmark::RegisterBenchmark("JavaCall/java", [javaLocal](benchmark::State& state) {
-        for (auto _ : state) benchmark::DoNotOptimize(javaLocal->nothing());
+      register_timed("JavaCall/java", 0, [javaLocal] {
+        benchmark::DoNotOptimize(javaLocal->nothing());
+        return true;
       });
     }
   }
@@ -273,7 +337,10 @@ int main(int argc, char** argv) {
     if (std::getenv("P11_KIT_SERVER_ADDRESS") == nullptr) die("P11_KIT_SERVER_ADDRESS is not set");
     auto remote = std::make_shared<Session<qor::abi::Host>>(
         open_module<qor::abi::Host>("/usr/lib/x86_64-linux-gnu/pkcs11/p11-kit-client.so"), "p11kit");
-    register_path("p11kit", [remote](Op op) { return remote->run(op); });
+    // scripts/bench.sh exports the p11-kit server's pid for its CPU time.
+    const char* pid = std::getenv("P11_KIT_SERVER_PID");
+    register_path("p11kit", pid != nullptr ? static_cast<pid_t>(std::atoi(pid)) : 0,
+                  [remote](Op op) { return remote->run(op); });
   }
   // Each operation once on the qor path: the frames it sends (replayed by
   // the floor) and how many log statements it passes in each process.
@@ -294,23 +361,19 @@ int main(int argc, char** argv) {
     }
     benchmark::RegisterBenchmark("LogLine/qor", log_line);
   }
-  if (wants(paths, "floor")) {
-    auto client = std::make_shared<FloorClient>("@qorfloor-" + id);
+  for (const FloorServer* server : {floorServer.get(), floorServer1.get()}) {
+    if (server == nullptr) continue;
+    const bool one = server == floorServer1.get();
+    auto client = std::make_shared<FloorClient>((one ? "@qorfloor1-" : "@qorfloor-") + id,
+                                                one ? Sends::kOne : Sends::kTwo);
     if (!client->ok()) die("cannot reach the floor server");
     for (size_t k = 0; k < std::size(kOps); ++k) {
-      benchmark::RegisterBenchmark((std::string(kOps[k].name) + "/floor").c_str(),
-                                   [client, sent = frames[k]](benchmark::State& state) {
-                                     for (auto _ : state) {
-                                       for (const Exchange& e : sent) {
-                                         if (!client->exchange(e)) {
-                                           state.SkipWithError("floor exchange failed");
-                                           return;
-                                         }
-                                       }
-                                     }
-                                   })
-          ->Unit(benchmark::kMicrosecond)
-          ->UseRealTime();
+      register_timed(std::string(kOps[k].name) + (one ? "/floor1" : "/floor"), server->pid(),
+                     [client, sent = frames[k]] {
+                       for (const Exchange& e : sent)
+                         if (!client->exchange(e)) return false;
+                       return true;
+                     });
     }
   }
   benchmark::RunSpecifiedBenchmarks();

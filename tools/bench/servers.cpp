@@ -6,6 +6,7 @@
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -96,6 +97,36 @@ bool send_full(int sock, const void* buf, size_t len) {
   return true;
 }
 
+// Header and payload with one sendmsg (more only if the socket takes part).
+bool send_frame(int sock, const FrameHeader& hdr, const std::vector<unsigned char>& payload,
+                Sends sends) {
+  if (sends == Sends::kTwo)
+    return send_full(sock, &hdr, sizeof hdr) && send_full(sock, payload.data(), payload.size());
+  iovec parts[2] = {{const_cast<FrameHeader*>(&hdr), sizeof hdr},
+                    {const_cast<unsigned char*>(payload.data()), payload.size()}};
+  msghdr msg{};
+  msg.msg_iov = parts;
+  msg.msg_iovlen = 2;
+  size_t left = sizeof hdr + payload.size();
+  while (left > 0) {
+    const ssize_t n = ::sendmsg(sock, &msg, MSG_NOSIGNAL);
+    if (n < 1) return false;
+    left -= static_cast<size_t>(n);
+    // A partial send: move the iovecs past what went.
+    size_t sent = static_cast<size_t>(n);
+    while (msg.msg_iovlen > 0 && sent >= msg.msg_iov->iov_len) {
+      sent -= msg.msg_iov->iov_len;
+      ++msg.msg_iov;
+      --msg.msg_iovlen;
+    }
+    if (msg.msg_iovlen > 0) {
+      msg.msg_iov->iov_base = static_cast<unsigned char*>(msg.msg_iov->iov_base) + sent;
+      msg.msg_iov->iov_len -= sent;
+    }
+  }
+  return true;
+}
+
 bool recv_full(int sock, void* buf, size_t len) {
   auto* p = static_cast<unsigned char*>(buf);
   while (len > 0) {
@@ -110,7 +141,7 @@ bool recv_full(int sock, void* buf, size_t len) {
 // Echo server: the request header carries the reply length in `status`
 // (which the library leaves zero), so the floor answers each frame with a
 // payload of the size the real server answered with.
-[[noreturn]] void echo(const std::string& name) {
+[[noreturn]] void echo(const std::string& name, Sends sends) {
   const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
   const sockaddr_un addr = comm::make_address(name.c_str());
   if (::bind(listener, reinterpret_cast<const sockaddr*>(&addr), comm::kAddressLength) != 0 ||
@@ -126,8 +157,7 @@ bool recv_full(int sock, void* buf, size_t len) {
       if (!recv_full(sock, in.data(), in.size())) break;
       out.resize(static_cast<size_t>(hdr.status));
       FrameHeader reply{hdr.id, comm::kTypeResponse, 0, hdr.status};
-      if (!send_full(sock, &reply, sizeof reply) || !send_full(sock, out.data(), out.size()))
-        break;
+      if (!send_frame(sock, reply, out, sends)) break;
     }
     ::close(sock);
   }
@@ -185,11 +215,13 @@ std::vector<Exchange> ServingProcess::exchanges() const {
   return std::vector<Exchange>(gRecorder->seen, gRecorder->seen + (n < 32 ? n : 32));
 }
 
-FloorServer::FloorServer(const std::string& name) : pid_(fork_into([&] { echo(name); })) {}
+FloorServer::FloorServer(const std::string& name, Sends sends)
+    : pid_(fork_into([&] { echo(name, sends); })) {}
 
 FloorServer::~FloorServer() { stop(pid_); }
 
-FloorClient::FloorClient(const std::string& name) : sock_(connect_abstract(name)) {}
+FloorClient::FloorClient(const std::string& name, Sends sends)
+    : sock_(connect_abstract(name)), sends_(sends) {}
 
 FloorClient::~FloorClient() {
   if (sock_ >= 0) ::close(sock_);
@@ -199,8 +231,7 @@ bool FloorClient::exchange(const Exchange& e) {
   out_.resize(static_cast<size_t>(e.request));
   in_.resize(static_cast<size_t>(e.reply));
   FrameHeader hdr{comm::kIdCommand, comm::kTypeRequest, e.reply, e.request};
-  return send_full(sock_, &hdr, sizeof hdr) && send_full(sock_, out_.data(), out_.size()) &&
-         recv_full(sock_, &hdr, sizeof hdr) && hdr.data_len == e.reply &&
+  return send_frame(sock_, hdr, out_, sends_) && recv_full(sock_, &hdr, sizeof hdr) && hdr.data_len == e.reply &&
          recv_full(sock_, in_.data(), in_.size());
 }
 

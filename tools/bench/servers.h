@@ -44,17 +44,24 @@ class ServingProcess {
 
   void resetExchanges();
   std::vector<Exchange> exchanges() const;
+  pid_t pid() const { return pid_; }
 
  private:
   pid_t pid_;
 };
 
+// How a floor end sends a frame: header and payload with one send each, as
+// the library's transport does, or both with one sendmsg, the least any
+// framed exchange can do.
+enum class Sends { kTwo, kOne };
+
 class FloorServer {
  public:
-  explicit FloorServer(const std::string& name);
+  FloorServer(const std::string& name, Sends sends);
   ~FloorServer();
   FloorServer(const FloorServer&) = delete;
   FloorServer& operator=(const FloorServer&) = delete;
+  pid_t pid() const { return pid_; }
 
  private:
   pid_t pid_;
@@ -63,7 +70,7 @@ class FloorServer {
 // The client end of the floor: one connection, reused buffers.
 class FloorClient {
  public:
-  explicit FloorClient(const std::string& name);
+  FloorClient(const std::string& name, Sends sends);
   ~FloorClient();
   FloorClient(const FloorClient&) = delete;
   FloorClient& operator=(const FloorClient&) = delete;
@@ -74,6 +81,7 @@ class FloorClient {
 
  private:
   int sock_ = -1;
+  Sends sends_;
   std::vector<unsigned char> out_, in_;
 };
 

@@ -5,8 +5,11 @@ in the results directory it is given:
   quiet.json         every path; debug lines compiled in, not loggable
   null-logger.json   qor; every line loggable, handed to a logger that drops it
   compiled-out.json  qor; built with -DQOR_DEBUG_LOG=OFF
+  pinned.json        the remoted paths again, every process on one CPU
 
-Times are medians of the repetitions, microseconds per operation.
+Times are medians of the repetitions, microseconds per operation. CPU is
+user + system time of the calling and the serving process together, from the
+kernel's accounting of each over the timed loop.
 """
 import json
 import os
@@ -27,7 +30,11 @@ def load(directory, name):
     for b in run["benchmarks"]:
         if b.get("aggregate_name") == "median" and not b.get("error_occurred"):
             scale = 1000.0 if b.get("time_unit") == "ns" else 1.0
-            times[b["run_name"].removesuffix("/real_time")] = b["real_time"] / scale
+            name = b["run_name"].removesuffix("/real_time")
+            times[name] = b["real_time"] / scale
+            if "cpu_client" in b:
+                times[name + "#cpu"] = b["cpu_client"] + b.get("cpu_server", 0.0)
+                times[name + "#split"] = (b["cpu_client"], b.get("cpu_server", 0.0))
     return run.get("context", {}), times
 
 
@@ -45,6 +52,27 @@ def diff(a, b):
 
 def pct(a, b):
     return "-" if a is None or b is None else f"{(a - b) / b * 100:+.1f}%"
+
+
+def remoted_tables(times, title):
+    """Wall and CPU per operation on the remoted paths, and the goals' ratios."""
+    print(f"{title}: wall time and CPU time (calling + serving process), "
+          "microseconds per operation")
+    print()
+    print("| operation | qor wall | qor CPU (client+server) | p11-kit wall | p11-kit CPU "
+          "| floor wall | floor CPU | floor, one send: wall | CPU | qor/floor CPU "
+          "| qor/floor one-send CPU | qor/p11-kit CPU | qor/p11-kit wall |")
+    print("|---|---|---|---|---|---|---|---|---|---|---|---|---|")
+    for op in OPS:
+        w = {k: times.get(f"{op}/{k}") for k in ("qor", "p11kit", "floor", "floor1")}
+        c = {k: times.get(f"{op}/{k}#cpu") for k in w}
+        split = times.get(f"{op}/qor#split")
+        qcpu = f"{fmt(c['qor'])} ({fmt(split[0])}+{fmt(split[1])})" if split else fmt(c["qor"])
+        print(f"| {op} | {fmt(w['qor'])} | {qcpu} | {fmt(w['p11kit'])} | {fmt(c['p11kit'])} "
+              f"| {fmt(w['floor'])} | {fmt(c['floor'])} | {fmt(w['floor1'])} | {fmt(c['floor1'])} "
+              f"| {ratio(c['qor'], c['floor'])} | {ratio(c['qor'], c['floor1'])} "
+              f"| {ratio(c['qor'], c['p11kit'])} | {ratio(w['qor'], w['p11kit'])} |")
+    print()
 
 
 def main():
@@ -71,13 +99,21 @@ def main():
         return None if java is None or native is None else (java - call - native) / CALLS[op]
 
     print("| operation | qor | java | added per PKCS#11 call | bridge | java over bridge "
-          "| added per PKCS#11 call |")
-    print("|---|---|---|---|---|---|---|")
+          "| added per PKCS#11 call | CPU added per call, over bridge |")
+    print("|---|---|---|---|---|---|---|---|")
+    ccall = quiet.get("JavaCall/java#cpu") or 0.0
     for op in OPS:
         q, j, b, jb = (quiet.get(f"{op}/{k}") for k in ("qor", "java", "bridge", "java-bridge"))
+        cb, cjb = quiet.get(f"{op}/bridge#cpu"), quiet.get(f"{op}/java-bridge#cpu")
+        cadd = None if cb is None or cjb is None else (cjb - ccall - cb) / CALLS[op]
         print(f"| {op} | {fmt(q)} | {fmt(j)} | {diff(per_call(j, q, op), 0.0)} | {fmt(b)} "
-              f"| {fmt(jb)} | {diff(per_call(jb, b, op), 0.0)} |")
+              f"| {fmt(jb)} | {diff(per_call(jb, b, op), 0.0)} | {diff(cadd, 0.0)} |")
     print()
+    remoted_tables(quiet, "Unpinned")
+    if os.path.exists(os.path.join(directory, "pinned.json")):
+        pctx, pinned = load(directory, "pinned")
+        print(f"load at the start of the pinned run: {pctx.get('load_avg', '?')}")
+        remoted_tables(pinned, "Every process pinned to one CPU")
     print(f"java columns: the same operations from Java through the natives, over the same "
           f"function list; the benchmark's own call into Java ({call * 1000:.0f} ns, a Java "
           f"method that does nothing) is taken off before dividing by the calls")
