@@ -12,9 +12,10 @@ bash scripts/setup.sh
 
 jobs=$(nproc 2>/dev/null || echo 2)
 build() { # dir, extra cmake args...
-  local dir=$1; shift
+  local dir=$1 t0=$SECONDS; shift
   cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
   cmake --build "$dir" -j"$jobs"
+  echo "test.sh: $dir built in $((SECONDS - t0)) s" >&2
 }
 toolchain() { echo "-DCMAKE_TOOLCHAIN_FILE=$PWD/cmake/toolchains/$1.cmake"; }
 
