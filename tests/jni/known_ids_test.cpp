@@ -2,6 +2,8 @@
 // method once: the conversions of every call then look nothing up by name.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "jvm.h"
 #include "qorpkcs11/jni/convert_mechanism.h"
 #include "qorpkcs11/jni/convert_values.h"
@@ -77,6 +79,8 @@ void convertOneCallsWorth(JNIEnv* env, jobject mechanism) {
 }
 
 TEST(KnownIdsTest, ClassesAreFoundAtLoadAndNothingIsLookedUpTwice) {
+  // The VM starts (and the library's JNI_OnLoad runs) with the Java API.
+  ::setenv("QOR_TEST_JAVA_API_JAR", QOR_JAVA_API_JAR, 1);
   JNIEnv* env = jni_env();
   jclass mechanismClass = env->FindClass("com/qor/smartcard/pkcs11/CK_MECHANISM");
   ASSERT_NE(nullptr, mechanismClass) << "the Java API is not on the test VM's class path";
