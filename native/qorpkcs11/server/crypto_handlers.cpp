@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <optional>
 
+#include "qorpkcs11/protocol/calls.h"
+#include "qorpkcs11/server/extensions.h"
 #include "qorpkcs11/server/handler.h"
 #include "qorpkcs11/server/marshal.h"
-#include "qorpkcs11/protocol/calls.h"
 
 using namespace qor::server;
 namespace answered = qor::protocol::answered;
@@ -21,9 +22,16 @@ template <typename M>
 using Length = int32_t (M::*)() const;
 
 // A zeroed output buffer of the requested length for `module(out, &length)`,
-// then the output into the reply.
+// then the output into the reply. An extended length query hands the module
+// a null buffer instead, so it reports the length without doing the work.
 template <typename Response, typename Module>
 CK_RV produce(Call& call, const Output<Response>& output, CK_ULONG capacity, Module module) {
+  if (extended() && operation.qor_output_absent()) {
+    CK_ULONG length = capacity;
+    const CK_RV value = module(nullptr, &length);
+    answer(call, output, NoBytes{}, length);
+    return value;
+  }
   Buffer out(capacity);
   if (!out.ok()) return call.out_of_memory();
   CK_ULONG length = capacity;
@@ -75,7 +83,8 @@ std::string serve_in_out(const std::string& bytes, const InOut<Request, Response
         std::optional<Input> own;
         std::optional<Buffer> shared;
         CK_BYTE* in = nullptr;
-        if (row.sizing == Sizing::kOwn) {
+        // Extended requests give every input its own length.
+        if (row.sizing == Sizing::kOwn || extended()) {
           own.emplace(input, inputLength);
           if (const CK_RV bad = own->status()) return call.decline(bad);
           in = own->data();
@@ -300,14 +309,16 @@ QOR_SERVE_HANDLES(C_DigestKey, c_digestkey, kGenerateResult, ul(req.hsession()),
 
 // The module checks the data against a zeroed buffer of the signature's
 // length, not the signature sent: deployed peers are served exactly so.
+// Extended requests get the signature they sent.
 std::string C_Verify_Server(const std::string& request) {
   return serve(request, answered::C_Verify, &Operation::c_verify, RvLine::kGenerateResult,
                [](const pkcs11::C_Verify& req, Call& call) {
                  const CK_ULONG dataLength = ul(req.uldatalen());
                  const Input data(req.pdata(), dataLength);
                  if (const CK_RV bad = data.status()) return call.decline(bad);
-                 const Buffer signature(ul(req.ulsignaturelen()));
+                 Buffer signature(ul(req.ulsignaturelen()));
                  if (!signature.ok()) return call.out_of_memory();
+                 if (extended()) signature.fill(req.psignature());
                  const CK_RV value =
                      call.invoke(QOR_MEMBER(C_Verify), ul(req.hsession()), data.data(), dataLength,
                                  signature.data(), signature.size());

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "qorpkcs11/protocol/calls.h"
+#include "qorpkcs11/server/extensions.h"
 #include "qorpkcs11/server/handler.h"
 #include "qorpkcs11/server/marshal.h"
 
@@ -326,10 +327,13 @@ std::string C_WaitForSlotEvent_Server(const std::string& request) {
   return serve(request, answered::C_WaitForSlotEvent, &Operation::c_waitforslotevent, RvLine::kReturnValue,
                [](const pkcs11::C_WaitForSlotEvent& req, Call& call) {
                  // The slot is not put in the reply: deployed peers get name
-                 // and rv only and read the slot as 0.
+                 // and rv only and read the slot as 0. Extended requests get it.
                  CK_SLOT_ID slot = 0;
-                 return call.invoke(QOR_MEMBER(C_WaitForSlotEvent), ul(req.flags()), &slot,
-                                    CK_VOID_PTR{});
+                 const CK_RV value = call.invoke(QOR_MEMBER(C_WaitForSlotEvent), ul(req.flags()),
+                                                 &slot, CK_VOID_PTR{});
+                 if (extended())
+                   call.result().mutable_c_waitforslotevent_response()->set_pslot(wire(slot));
+                 return value;
                });
 }
 

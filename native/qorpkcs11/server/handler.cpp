@@ -2,6 +2,9 @@
 
 #include <climits>
 
+#include "qorpkcs11/protocol/extensions.h"
+#include "qorpkcs11/server/extensions.h"
+
 namespace qor::server {
 
 void parse_request(const std::string& bytes) { parse_request(bytes.data(), bytes.size()); }
@@ -34,6 +37,7 @@ CK_RV Call::out_of_memory() const {
 std::string Call::conclude(CK_RV value, RvLine line) {
   result_.set_name(name_);
   result_.set_rv(static_cast<int32_t>(value));
+  if (extended()) result_.set_qor_extensions(protocol::kExtendedCalls);
   if (line == RvLine::kReturnValue)
     QOR_LOGD(kTag, "return value = %u", value);
   else if (line == RvLine::kGenerateResult)

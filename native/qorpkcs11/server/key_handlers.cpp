@@ -1,5 +1,6 @@
 // Key management and random numbers.
 #include "qorpkcs11/protocol/calls.h"
+#include "qorpkcs11/server/extensions.h"
 #include "qorpkcs11/server/handler.h"
 #include "qorpkcs11/server/marshal.h"
 
@@ -131,11 +132,17 @@ std::string C_WrapKey_Server(const std::string& request) {
                  Buffer wrapped(ul(req.pulwrappedkeylen()));
                  if (!wrapped.ok()) return call.out_of_memory();
                  wrapped.fill(req.pwrappedkey());
+                 // An extended length query: a null buffer, no work done.
+                 const bool query = extended() && operation.qor_output_absent();
                  CK_ULONG length = wrapped.size();
-                 const CK_RV value =
-                     call.invoke(QOR_MEMBER(C_WrapKey), ul(req.hsession()), mechanism.get(),
-                                 ul(req.hwrappingkey()), ul(req.hkey()), wrapped.data(), &length);
-                 answer(call, kWrapped, wrapped, length);
+                 const CK_RV value = call.invoke(QOR_MEMBER(C_WrapKey), ul(req.hsession()),
+                                                 mechanism.get(), ul(req.hwrappingkey()),
+                                                 ul(req.hkey()), query ? nullptr : wrapped.data(),
+                                                 &length);
+                 if (query)
+                   answer(call, kWrapped, NoBytes{}, length);
+                 else
+                   answer(call, kWrapped, wrapped, length);
                  return value;
                });
 }

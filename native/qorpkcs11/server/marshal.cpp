@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "qorpkcs11/server/extensions.h"
 #include "qorpkcs11/server/handler.h"
 
 namespace qor::server {
@@ -161,7 +162,7 @@ CK_RV Mechanism::build(const pkcs11::CK_MECHANISM& message) {
   if (!parameter_->ok()) return CKR_HOST_MEMORY;
   parameter_->fill(message.pparameter());
   mechanism_.mechanism = ul(message.mechanism());
-  mechanism_.pParameter = parameter_->data();
+  mechanism_.pParameter = length == 0 && extended() ? nullptr : parameter_->data();
   mechanism_.ulParameterLen = length;
   return CKR_OK;
 }

@@ -73,6 +73,11 @@ class Buffer : public HeapArray<CK_BYTE> {
   std::string head(CK_ULONG length) const;
 };
 
+// The output of a call whose caller passed no buffer: a length, no bytes.
+struct NoBytes {
+  std::string head(CK_ULONG) const { return {}; }
+};
+
 // The first `length` bytes of a field the module reads as data. A field
 // that holds them all is handed over in place: the parsed request outlives
 // the module call and nothing else touches it meanwhile, so a copy would only
@@ -137,7 +142,8 @@ class Template {
 class Mechanism {
  public:
   // CKR_ARGUMENTS_BAD when the parameter's length is beyond any frame; a
-  // shorter parameter is padded with zeros.
+  // shorter parameter is padded with zeros. An extended request's empty
+  // parameter reaches the module as a null pointer, as its caller passed it.
   CK_RV build(const pkcs11::CK_MECHANISM& message);
   CK_MECHANISM_PTR get() { return &mechanism_; }
 

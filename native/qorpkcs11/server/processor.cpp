@@ -8,7 +8,9 @@
 
 #include "qorpkcs11/comm/access.h"
 #include "qorpkcs11/comm/server.h"
+#include "qorpkcs11/protocol/extensions.h"
 #include "qorpkcs11/registry/registry.h"
+#include "qorpkcs11/server/extensions.h"
 #include "qorpkcs11/server/handler.h"
 
 pkcs11::Operation operation;
@@ -31,6 +33,29 @@ const Route kRoutes[] = {
     QOR_REMOTED_CALLS(QOR_ROUTE)
 #undef QOR_ROUTE
 };
+
+// Extended requests also reach a handler under the name the client sends
+// where deployed servers route another spelling ("C_InitPIN" for
+// "C_InitPin"); legacy requests under those names stay unrouted.
+const Route* find_sent_alias(std::string_view name) {
+  struct Alias {
+    const char* sent;
+    Handler handler;
+  };
+  static const Alias kAliases[] = {
+#define QOR_ALIAS(function, sent, routed, answered) {#sent, routed##_Server},
+      QOR_REMOTED_CALLS(QOR_ALIAS)
+#undef QOR_ALIAS
+  };
+  for (const Alias& alias : kAliases) {
+    if (name != alias.sent) continue;
+    for (const Route& route : kRoutes)
+      if (route.handler == alias.handler) return &route;
+  }
+  return nullptr;
+}
+
+std::atomic<bool> gServeExtensions{true};
 
 // Found by hashing rather than by comparing against every name in turn. The
 // name is compared as a C string, so it ends at its first zero byte. The map
@@ -72,6 +97,7 @@ void connection_ended() {
 
 std::string dispatch() {
   const Route* route = find_route(operation.name().c_str());
+  if (route == nullptr && extended()) route = find_sent_alias(operation.name().c_str());
   if (route == nullptr) return {};
   note_lifecycle(route);
   QOR_LOGD(kTag, "Generate_Operation_Result %s", route->name);
@@ -103,6 +129,14 @@ std::string serve_request(const void* in, int32_t len) {
 }
 
 }  // namespace
+
+bool extended() {
+  return gServeExtensions.load(std::memory_order_relaxed) &&
+         (operation.qor_extensions() & protocol::kExtendedCalls) != 0;
+}
+
+void serve_extensions(bool on) { gServeExtensions = on; }
+
 }  // namespace qor::server
 
 using qor::server::kTag;

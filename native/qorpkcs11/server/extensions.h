@@ -1,0 +1,14 @@
+// Whether the request being served gets the extended calls: it asked for
+// them and this side serves them. A request without the marker is served
+// exactly as deployed peers expect.
+#pragma once
+
+namespace qor::server {
+
+bool extended();
+
+// Off only in tests that stand in for a deployed server, which keeps the
+// marker as an unknown field and serves the request as before.
+void serve_extensions(bool on);
+
+}  // namespace qor::server
