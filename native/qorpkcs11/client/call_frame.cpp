@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "qorpkcs11/client/extensions.h"
 #include "qorpkcs11/comm/client.h"
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/common/wipe.h"
@@ -65,6 +66,7 @@ CK_RV exchange(const Frame& frame, BuildFn build, PresentFn present, CopyFn copy
   pkcs11::Operation op;
   op.set_name(frame.name);
   build(op);
+  markRequest(op);
 
   // Serialized once, straight into the buffer the transport sends.
   const size_t size = op.ByteSizeLong();
@@ -96,6 +98,7 @@ CK_RV exchange(const Frame& frame, BuildFn build, PresentFn present, CopyFn copy
   // outputs come only from a response submessage that is present.
   pkcs11::OperationResult result;
   (void)result.ParsePartialFromArray(replyBytes.get(), static_cast<int>(rawLen));
+  notePeer(result);
   CK_RV rv = static_cast<CK_RV>(result.rv());
   const bool hasResponse = present(result);
   if (frame.rvLine && (hasResponse || !frame.rvOnlyWithResponse))

@@ -1,5 +1,6 @@
 // The cryptographic functions that fit no family of the protocol table.
 #include "qorpkcs11/client/call_frame.h"
+#include "qorpkcs11/client/extensions.h"
 #include "qorpkcs11/client/marshal.h"
 #include "qorpkcs11/protocol/calls.h"
 
@@ -43,7 +44,7 @@ CK_RV C_Verify(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen
         m->set_hsession(wire(hSession));
         putBytes(m->mutable_pdata(), pData, ulDataLen);
         m->set_uldatalen(wire(ulDataLen));
-        putText(m->mutable_psignature(), pSignature, ulSignatureLen);
+        putCallerBytes(m->mutable_psignature(), pSignature, ulSignatureLen);
         m->set_ulsignaturelen(wire(ulSignatureLen));
       },
       reply(&Result::has_c_verify_response, &Result::c_verify_response),

@@ -42,7 +42,7 @@ CK_RV transform(const Transform<Req, Resp>& t, CK_SESSION_HANDLE hSession, const
           putBytes((m->*t.input)(), in, inLen);
           (m->*t.inputLen)(wire(inLen));
         }
-        output.put((m->*t.output)());
+        output.put(op, (m->*t.output)());
         (m->*t.outputLen)(wire(output.capacity()));
       },
       t.where,

@@ -1,5 +1,6 @@
 #include "qorpkcs11/client/proxy.h"
 
+#include "qorpkcs11/client/extensions.h"
 #include "qorpkcs11/comm/client.h"
 #include "qorpkcs11/common/log.h"
 
@@ -19,10 +20,14 @@ CK_FUNCTION_LIST gFunctions = {
 
 int qorpkcs11_client_init(const char* serverName) {
   QOR_LOGD(qor::log::kClient, "client init");
+  qor::client::forgetPeer();
   return qorpkcs11_comm_client_init(serverName);
 }
 
-int qorpkcs11_client_deinit(void) { return qorpkcs11_comm_client_deinit(); }
+int qorpkcs11_client_deinit(void) {
+  qor::client::forgetPeer();
+  return qorpkcs11_comm_client_deinit();
+}
 
 CK_RV C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR ppFunctionList) {
   if (!ppFunctionList) return CKR_ARGUMENTS_BAD;

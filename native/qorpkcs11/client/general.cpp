@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "qorpkcs11/client/call_frame.h"
+#include "qorpkcs11/client/extensions.h"
 #include "qorpkcs11/client/marshal.h"
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/protocol/calls.h"
@@ -218,9 +219,9 @@ CK_RV C_InitToken(CK_SLOT_ID slotID, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen, CK
   return call(kInitToken, [&](Op& op) {
     pkcs11::C_InitToken* m = op.mutable_c_inittoken();
     m->set_slotid(wire(slotID));
-    if (pPin) putText(m->mutable_ppin(), pPin, ulPinLen);
+    if (pPin) putCallerBytes(m->mutable_ppin(), pPin, ulPinLen);
     m->set_ulpinlen(wire(ulPinLen));
-    putText(m->mutable_plabel(), pLabel, 32);  // the label is a 32-byte padded field
+    putCallerBytes(m->mutable_plabel(), pLabel, 32);  // the label is a 32-byte padded field
   });
 }
 
@@ -228,7 +229,7 @@ CK_RV C_InitPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPin
   return call(kInitPin, [&](Op& op) {
     pkcs11::C_InitPin* m = op.mutable_c_initpin();
     m->set_hsession(wire(hSession));
-    if (pPin) putText(m->mutable_ppin(), pPin, ulPinLen);
+    if (pPin) putCallerBytes(m->mutable_ppin(), pPin, ulPinLen);
     m->set_ulpinlen(wire(ulPinLen));
   });
 }
@@ -238,9 +239,9 @@ CK_RV C_SetPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin, CK_ULONG ulO
   return call(kSetPin, [&](Op& op) {
     pkcs11::C_SetPin* m = op.mutable_c_setpin();
     m->set_hsession(wire(hSession));
-    if (pOldPin) putText(m->mutable_poldpin(), pOldPin, ulOldLen);
+    if (pOldPin) putCallerBytes(m->mutable_poldpin(), pOldPin, ulOldLen);
     m->set_uloldlen(wire(ulOldLen));
-    if (pNewPin) putText(m->mutable_pnewpin(), pNewPin, ulNewLen);
+    if (pNewPin) putCallerBytes(m->mutable_pnewpin(), pNewPin, ulNewLen);
     m->set_ulnewlen(wire(ulNewLen));
   });
 }

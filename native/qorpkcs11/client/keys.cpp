@@ -1,5 +1,6 @@
 // Key management and random-number functions.
 #include "qorpkcs11/client/call_frame.h"
+#include "qorpkcs11/client/extensions.h"
 #include "qorpkcs11/client/marshal.h"
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/protocol/calls.h"
@@ -90,7 +91,7 @@ CK_RV C_WrapKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
         m->set_hsession(wire(hSession));
         m->set_hwrappingkey(wire(hWrappingKey));
         m->set_hkey(wire(hKey));
-        wrapped.put(m->mutable_pwrappedkey());
+        wrapped.put(op, m->mutable_pwrappedkey());
         m->set_pulwrappedkeylen(wire(wrapped.capacity()));
         putMechanism(m->mutable_pmechanism(), *pMechanism);
       },
@@ -151,7 +152,7 @@ CK_RV C_SeedRandom(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSeed, CK_ULONG ulSee
       [&](Op& op) {
         pkcs11::C_SeedRandom* m = op.mutable_c_seedrandom();
         m->set_hsession(wire(hSession));
-        putText(m->mutable_pseed(), pSeed, ulSeedLen);
+        putCallerBytes(m->mutable_pseed(), pSeed, ulSeedLen);
         m->set_ulseedlen(wire(ulSeedLen));
       },
       reply(&Result::has_c_seedrandom_response, &Result::c_seedrandom_response),
@@ -167,7 +168,7 @@ CK_RV C_GenerateRandom(CK_SESSION_HANDLE hSession, CK_BYTE_PTR RandomData, CK_UL
       [&](Op& op) {
         pkcs11::C_GenerateRandom* m = op.mutable_c_generaterandom();
         m->set_hsession(wire(hSession));
-        putText(m->mutable_randomdata(), RandomData, ulRandomLen);
+        putCallerOutput(m->mutable_randomdata(), RandomData, ulRandomLen);
         m->set_ulrandomlen(wire(ulRandomLen));
       },
       reply(&Result::has_c_generaterandom_response, &Result::c_generaterandom_response),

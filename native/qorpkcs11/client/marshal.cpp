@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "qorpkcs11/client/extensions.h"
 #include "qorpkcs11/common/log.h"
 
 namespace qor::client {
@@ -133,6 +134,11 @@ void takeTemplate(const WireTemplate& in, uint32_t stated, CK_ATTRIBUTE* t, CK_U
       QOR_LOGD(kClient, "type -> %u", a.type);
     }
   }
+}
+
+void Output::put(pkcs11::Operation& op, std::string* field) const {
+  putCallerOutput(field, data_, capacity_);
+  if (data_ == nullptr) markLengthQuery(op);
 }
 
 void Output::take(const std::string& bytes, int32_t stated, CK_RV& rv) const {

@@ -61,7 +61,10 @@ class Output {
       : data_(data), len_(len), capacity_(data != nullptr && len != nullptr ? *len : 0) {}
   bool usable() const { return len_ != nullptr; }
   CK_ULONG capacity() const { return capacity_; }
-  void put(std::string* field) const { putText(field, data_, capacity_); }
+  // The buffer into its request field, as deployed servers take it: its
+  // text, which the module's output starts from. A null buffer also marks
+  // the request as a length query for an extended server.
+  void put(pkcs11::Operation& op, std::string* field) const;
   void take(const std::string& bytes, int32_t stated, CK_RV& rv) const;
 
  private:

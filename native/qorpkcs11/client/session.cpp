@@ -1,5 +1,6 @@
 // Session management functions.
 #include "qorpkcs11/client/call_frame.h"
+#include "qorpkcs11/client/extensions.h"
 #include "qorpkcs11/client/marshal.h"
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/protocol/calls.h"
@@ -55,10 +56,15 @@ CK_RV C_CloseAllSessions(CK_SLOT_ID slotID) {
 
 // Deployed servers answer this request without its submessage, for their
 // default reading of the handle (0); the handle is deliberately not sent.
-CK_RV C_GetSessionInfo(CK_SESSION_HANDLE, CK_SESSION_INFO_PTR pInfo) {
+// Deployed servers get no session handle and answer for handle 0; an
+// extended server gets the one asked for.
+CK_RV C_GetSessionInfo(CK_SESSION_HANDLE hSession, CK_SESSION_INFO_PTR pInfo) {
   if (!pInfo) return CKR_ARGUMENTS_BAD;
   return call(
-      kGetSessionInfo, [](Op&) {},
+      kGetSessionInfo,
+      [&](Op& op) {
+        if (extendedPeer()) op.mutable_c_getsessioninfo()->set_hsession(wire(hSession));
+      },
       reply(&Result::has_c_getsessioninfo_response, &Result::c_getsessioninfo_response),
       [&](const pkcs11::C_GetSessionInfo_Response& r, CK_RV&) {
         pInfo->slotID = ck(r.pinfo().slotid());
@@ -77,7 +83,7 @@ CK_RV C_GetOperationState(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOperationStat
       [&](Op& op) {
         pkcs11::C_GetOperationState* m = op.mutable_c_getoperationstate();
         m->set_hsession(wire(hSession));
-        state.put(m->mutable_poperationstate());
+        state.put(op, m->mutable_poperationstate());
         m->set_puloperationstatelen(wire(state.capacity()));
       },
       reply(&Result::has_c_getoperationstate_response, &Result::c_getoperationstate_response),
@@ -108,7 +114,7 @@ CK_RV C_Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8CHAR_PTR
     pkcs11::C_Login* m = op.mutable_c_login();
     m->set_hsession(wire(hSession));
     m->set_usertype(wire(userType));
-    if (pPin) putText(m->mutable_ppin(), pPin, ulPinLen);
+    if (pPin) putCallerBytes(m->mutable_ppin(), pPin, ulPinLen);
     m->set_ulpinlen(wire(ulPinLen));
   });
 }
