@@ -2,7 +2,8 @@
 // proxies out. The wrapper is QOR_WRAPPER_LIBRARY, or the one this build
 // made; its transport connects to the socket QOR_SOCKET_NAME on the first
 // C_Initialize (to a server of the user QOR_SERVER_UID or the process
-// QOR_SERVER_PID only, when either is set). Any other library of the project's ABI works too (one
+// QOR_SERVER_PID only, when either is set), speaking the extended protocol
+// when QOR_EXTENSIONS is a nonzero number. Any other library of the project's ABI works too (one
 // without qorpkcs11_client_init needs no connection): the bridge, for one.
 #include "front.h"
 
@@ -47,6 +48,16 @@ struct FrontSide : abi::LoadsLibrary<Target, FrontSide> {
     }
   }
 
+  // QOR_EXTENSIONS=1: every call served as meant, by a server of this library.
+  static void extensions() {
+    using Set = int (*)(int32_t);
+    const char* value = std::getenv("QOR_EXTENSIONS");
+    auto set = reinterpret_cast<Set>(
+        abi::librarySymbol(module().handle(), "qorpkcs11_client_set_extensions"));
+    if (value != nullptr && *value != '\0' && set != nullptr)
+      set(std::strtol(value, nullptr, 10) != 0 ? 1 : 0);
+  }
+
   static bool connect() {
     std::lock_guard<std::mutex> lock(mutex());
     if (connected()) return true;
@@ -59,6 +70,7 @@ struct FrontSide : abi::LoadsLibrary<Target, FrontSide> {
       return false;
     }
     expectServer();
+    extensions();
     const int rc = init(name);
     if (rc != 0) {
       const std::string why =

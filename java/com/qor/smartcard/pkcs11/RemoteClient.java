@@ -13,7 +13,30 @@ public final class RemoteClient {
   /** The return value every PKCS#11 function gives while the transport is down. */
   private static final long TRANSPORT_DOWN = 0xFFFFFFFFL;
 
+  static {
+    NativeLibrary.load();
+  }
+
   private RemoteClient() {}
+
+  /**
+   * Turns the extended protocol on or off (off by default) for this
+   * process's client connection. With it on, a serving process of this
+   * library serves every call as it was meant: a single-part
+   * {@code C_Verify} gets the signature, {@code C_InitPIN} and
+   * {@code C_SetPIN} reach the module, {@code C_GetSessionInfo} describes the
+   * session asked for, {@code C_WaitForSlotEvent} returns the slot, length
+   * queries do no work and an absent mechanism parameter stays absent. A
+   * serving process that does not know the extensions ignores them and
+   * serves as before. Call it before {@link #connect} or {@link Pkcs11#connect}.
+   */
+  public static native void setExtensions(boolean on);
+
+  /**
+   * Whether the extensions are on and the connected serving process has
+   * confirmed that it serves them (known after the first call through it).
+   */
+  public static native boolean isPeerExtended();
 
   /**
    * A new {@link Pkcs11} object connected in client mode to the serving
