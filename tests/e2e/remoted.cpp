@@ -10,6 +10,7 @@
 
 #include "jvm.h"
 #include "qorpkcs11/client/proxy.h"
+#include "qorpkcs11/server/extensions.h"
 #include "qorpkcs11/server/server.h"
 
 namespace qor::test {
@@ -31,6 +32,7 @@ namespace {
   if (get == nullptr || get(&list) != CKR_OK) fail("no function list in the bridge");
   // Never destroyed: the process ends by SIGKILL.
   new Registration(name.c_str(), list, lib);
+  if (ViaRemoting::standInForDeployed) qor::server::serve_extensions(false);
   if (qorpkcs11_init_server(name.c_str()) != 0) fail("server init failed");
   for (;;) ::pause();
 }

@@ -13,6 +13,9 @@ struct ViaRemoting {
   // Starts the serving process (once per test process; it dies with it) and
   // connects the client to it.
   static Abi::CK_FUNCTION_LIST* open();
+  // Set before the first open: the serving process ignores the extended
+  // protocol's marker, as a deployed server does.
+  static inline bool standInForDeployed = false;
 };
 
 }  // namespace qor::test
