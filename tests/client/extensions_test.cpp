@@ -114,5 +114,51 @@ TEST_F(ExtensionsTest, ANewConnectionStartsWithAnUnconfirmedPeer) {
   EXPECT_EQ(0, qorpkcs11_client_extended_peer());
 }
 
+// A parameter holding addresses of this process never goes to a server
+// that would follow them; one without addresses goes as before.
+struct ParameterCase {
+  const char* what;
+  bool extensions;
+  bool extendedPeer;
+  CK_MECHANISM_TYPE mechanism;
+  bool withPoint;
+  CK_RV rv;  // CKR_OK: sent
+  int members;  // blocks sent beside the structure
+};
+
+class ParameterTest : public ExtensionsTest, public ::testing::WithParamInterface<ParameterCase> {};
+
+TEST_P(ParameterTest, SentOnlyWhereItCanBeServed) {
+  const ParameterCase& c = GetParam();
+  qorpkcs11_client_set_extensions(c.extensions ? 1 : 0);
+  if (c.extendedPeer) meetExtendedServer();
+  answer(CKR_OK);
+  const size_t before = received().size();
+  CK_BYTE point[65] = {4};
+  CK_ECDH1_DERIVE_PARAMS p{CKD_NULL, 0, nullptr, c.withPoint ? 65u : 0u, c.withPoint ? point : nullptr};
+  CK_MECHANISM m{c.mechanism, &p, sizeof p};
+  CK_ATTRIBUTE none{};
+  CK_OBJECT_HANDLE key = 0;
+  EXPECT_EQ(c.rv, C_DeriveKey(7, &m, 3, &none, 0, &key));
+  ASSERT_EQ(before + (c.rv == CKR_OK ? 1 : 0), received().size());
+  if (c.rv != CKR_OK) return;
+  const Operation op = sent();
+  const pkcs11::CK_MECHANISM& sentMechanism = op.c_derivekey().pmechanism();
+  EXPECT_EQ(c.members, sentMechanism.qor_members_size());
+  if (c.members == 0) {
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&p), sizeof p), sentMechanism.pparameter());
+  }
+}
+
+const ParameterCase kParameters[] = {
+    {"OffRawBytesAsDeployedPeersExpect", false, false, CKM_ECDH1_DERIVE, true, CKR_OK, 0},
+    {"UnconfirmedPeerRefused", true, false, CKM_ECDH1_DERIVE, true, CKR_MECHANISM_PARAM_INVALID, 0},
+    {"WithoutAddressesRawBytes", true, false, CKM_ECDH1_DERIVE, false, CKR_OK, 0},
+    {"ExtendedPeerInDepth", true, true, CKM_ECDH1_DERIVE, true, CKR_OK, 2},
+    {"NestedMechanismsRefusedEverywhere", true, true, CKM_CMS_SIG, true, CKR_MECHANISM_PARAM_INVALID, 0},
+};
+INSTANTIATE_TEST_SUITE_P(Parameters, ParameterTest, ::testing::ValuesIn(kParameters),
+                         [](const ::testing::TestParamInfo<ParameterCase>& i) { return i.param.what; });
+
 }  // namespace
 }  // namespace qor::test

@@ -189,6 +189,77 @@ TEST_P(RemotedExtendedTest, PinsTravelAsTheirExactBytes) {
   EXPECT_EQ(CKR_OK, login(CKU_USER, withZero));
 }
 
+// The peer's public point travels by pointer: to an extended server in
+// depth (both sides agree on the secret), and to a deployed one not at all
+// (refused here, where it would crash the serving process).
+TEST_P(RemotedExtendedTest, Ecdh1DeriveAgreesBothSides) {
+  const KeyPair alice = ecKeys(), bob = ecKeys();
+  // The raw point, without its DER OCTET STRING header.
+  Bytes alicePoint = value(alice.pub, CKA_EC_POINT), bobPoint = value(bob.pub, CKA_EC_POINT);
+  alicePoint.erase(alicePoint.begin(), alicePoint.begin() + 2);
+  bobPoint.erase(bobPoint.begin(), bobPoint.begin() + 2);
+  auto derive = [&](UL priv, Bytes& peer, Bytes& secret) {
+    A::CK_ECDH1_DERIVE_PARAMS p{};
+    p.kdf = CKD_NULL;
+    p.pPublicData = peer.data();
+    p.ulPublicDataLen = static_cast<UL>(peer.size());
+    Mech m(CKM_ECDH1_DERIVE, p);
+    Template t;
+    t.ulong(CKA_CLASS, CKO_SECRET_KEY).ulong(CKA_KEY_TYPE, CKK_GENERIC_SECRET).ulong(CKA_VALUE_LEN, 32);
+    t.flag(CKA_TOKEN, false).flag(CKA_SENSITIVE, false).flag(CKA_EXTRACTABLE, true);
+    UL key = 0;
+    const CK_RV rv = f_->C_DeriveKey(session_, m.get(), priv, t.data(), t.count(), &key);
+    if (rv == CKR_OK) secret = value(key, CKA_VALUE);
+    return rv;
+  };
+  Bytes a, b;
+  if (!extended_) {
+    EXPECT_EQ(CKR_MECHANISM_PARAM_INVALID, derive(alice.priv, bobPoint, a));
+    return;
+  }
+  ASSERT_EQ(CKR_OK, derive(alice.priv, bobPoint, a));
+  ASSERT_EQ(CKR_OK, derive(bob.priv, alicePoint, b));
+  EXPECT_EQ(32u, a.size());
+  EXPECT_EQ(a, b);
+}
+
+TEST_P(RemotedExtendedTest, AesGcmRoundTripsWithIvAndAad) {
+  const UL key = aesKey();
+  unsigned char iv[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
+  unsigned char aad[5] = {'h', 'e', 'l', 'l', 'o'};
+  A::CK_AES_GCM_PARAMS g{};
+  g.pIv = iv;
+  g.ulIvLen = 12;
+  g.ulIvBits = 96;
+  g.pAAD = aad;
+  g.ulAADLen = 5;
+  g.ulTagBits = 128;
+  Mech gcm(CKM_AES_GCM, g);
+  Bytes plain = bytesOf("sealed with an IV and associated data");
+  const CK_RV init = f_->C_EncryptInit(session_, gcm.get(), key);
+  if (!extended_) {
+    EXPECT_EQ(CKR_MECHANISM_PARAM_INVALID, init);
+    return;
+  }
+  ASSERT_EQ(CKR_OK, init);
+  const Bytes sealed = sized([&](CK_BYTE_PTR out, CK_ULONG_PTR len) {
+    return f_->C_Encrypt(session_, plain.data(), static_cast<UL>(plain.size()), out, len);
+  });
+  EXPECT_EQ(plain.size() + 16, sealed.size());
+  ASSERT_EQ(CKR_OK, f_->C_DecryptInit(session_, gcm.get(), key));
+  Bytes in = sealed;
+  EXPECT_EQ(plain, sized([&](CK_BYTE_PTR out, CK_ULONG_PTR len) {
+              return f_->C_Decrypt(session_, in.data(), static_cast<UL>(in.size()), out, len);
+            }));
+  // Other associated data: the tag no longer matches.
+  aad[0] = 'j';
+  Mech other(CKM_AES_GCM, g);
+  ASSERT_EQ(CKR_OK, f_->C_DecryptInit(session_, other.get(), key));
+  Bytes out(in.size());
+  UL outLen = static_cast<UL>(out.size());
+  EXPECT_NE(CKR_OK, f_->C_Decrypt(session_, in.data(), static_cast<UL>(in.size()), out.data(), &outLen));
+}
+
 INSTANTIATE_TEST_SUITE_P(Servers, RemotedExtendedTest,
                          ::testing::Values(Server::kExtended, Server::kDeployed),
                          [](const ::testing::TestParamInfo<Server>& info) {

@@ -2,6 +2,7 @@
 #include "qorpkcs11/client/call_frame.h"
 #include "qorpkcs11/client/extensions.h"
 #include "qorpkcs11/client/marshal.h"
+#include "qorpkcs11/client/parameters.h"
 #include "qorpkcs11/protocol/calls.h"
 
 using namespace qor::client;
@@ -17,6 +18,7 @@ constexpr Frame kVerify = Frame{sent::C_Verify}.rvWithResponse("C_Verify rv = %u
 
 CK_RV C_DigestInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism) {
   if (!readableMechanism(pMechanism)) return CKR_ARGUMENTS_BAD;
+  if (const CK_RV rv = sendableParameter(*pMechanism)) return rv;
   return call(kDigestInit, [&](Op& op) {
     pkcs11::C_DigestInit* m = op.mutable_c_digestinit();
     m->set_hsession(wire(hSession));

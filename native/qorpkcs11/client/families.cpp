@@ -4,6 +4,7 @@
 
 #include "qorpkcs11/client/call_frame.h"
 #include "qorpkcs11/client/marshal.h"
+#include "qorpkcs11/client/parameters.h"
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/protocol/calls.h"
 
@@ -69,6 +70,7 @@ template <class Req>
 CK_RV initWithKey(const Frame& frame, Req* (Op::*request)(), CK_SESSION_HANDLE hSession,
                   CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey) {
   if (!readableMechanism(pMechanism)) return CKR_ARGUMENTS_BAD;
+  if (const CK_RV rv = sendableParameter(*pMechanism)) return rv;
   return call(frame, [&](Op& op) {
     Req* m = (op.*request)();
     m->set_hsession(wire(hSession));

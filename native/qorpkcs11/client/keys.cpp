@@ -2,6 +2,7 @@
 #include "qorpkcs11/client/call_frame.h"
 #include "qorpkcs11/client/extensions.h"
 #include "qorpkcs11/client/marshal.h"
+#include "qorpkcs11/client/parameters.h"
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/protocol/calls.h"
 
@@ -36,6 +37,7 @@ CK_RV C_GenerateKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
                     CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount, CK_OBJECT_HANDLE_PTR phKey) {
   if (!phKey || !readableMechanism(pMechanism) || !readableKeyTemplate(pTemplate, ulCount))
     return CKR_ARGUMENTS_BAD;
+  if (const CK_RV rv = sendableParameter(*pMechanism)) return rv;
   return call(
       kGenerateKey,
       [&](Op& op) {
@@ -46,7 +48,10 @@ CK_RV C_GenerateKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
         putKeyTemplate(m->mutable_ptemplate(), pTemplate, ulCount, "ulcount start C_GenerateKey = %u");
       },
       reply(&Result::has_c_generatekey_response, &Result::c_generatekey_response),
-      [&](const pkcs11::C_GenerateKey_Response& r, CK_RV&) { *phKey = ck(r.phkey()); });
+      [&](const pkcs11::C_GenerateKey_Response& r, CK_RV&) {
+        *phKey = ck(r.phkey());
+        takeParameterOutputs(*pMechanism, r.qor_parameter_out());
+      });
 }
 
 CK_RV C_GenerateKeyPair(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
@@ -57,6 +62,7 @@ CK_RV C_GenerateKeyPair(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
       !readableKeyTemplate(pPublicKeyTemplate, ulPublicKeyAttributeCount) ||
       !readableKeyTemplate(pPrivateKeyTemplate, ulPrivateKeyAttributeCount))
     return CKR_ARGUMENTS_BAD;
+  if (const CK_RV rv = sendableParameter(*pMechanism)) return rv;
   // Deployed log readers know both counts by the public line.
   static constexpr char kCountLine[] = "public ulcount start C_GenerateKeyPair = %u";
   return call(
@@ -84,6 +90,7 @@ CK_RV C_WrapKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
                 CK_ULONG_PTR pulWrappedKeyLen) {
   const Output wrapped(pWrappedKey, pulWrappedKeyLen);
   if (!wrapped.usable() || !readableMechanism(pMechanism)) return CKR_ARGUMENTS_BAD;
+  if (const CK_RV rv = sendableParameter(*pMechanism)) return rv;
   return call(
       kWrapKey,
       [&](Op& op) {
@@ -107,6 +114,7 @@ CK_RV C_UnwrapKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
   if (!phKey || !readableMechanism(pMechanism) || !readable(pWrappedKey, ulWrappedKeyLen) ||
       !readableKeyTemplate(pTemplate, ulAttributeCount))
     return CKR_ARGUMENTS_BAD;
+  if (const CK_RV rv = sendableParameter(*pMechanism)) return rv;
   return call(
       kUnwrapKey,
       [&](Op& op) {
@@ -128,6 +136,7 @@ CK_RV C_DeriveKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OB
                   CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulAttributeCount, CK_OBJECT_HANDLE_PTR phKey) {
   if (!phKey || !readableMechanism(pMechanism) || !readableKeyTemplate(pTemplate, ulAttributeCount))
     return CKR_ARGUMENTS_BAD;
+  if (const CK_RV rv = sendableParameter(*pMechanism)) return rv;
   return call(
       kDeriveKey,
       [&](Op& op) {
@@ -140,7 +149,10 @@ CK_RV C_DeriveKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OB
                        "ulcount start C_DeriveKey = %u");
       },
       reply(&Result::has_c_derivekey_response, &Result::c_derivekey_response),
-      [&](const pkcs11::C_DeriveKey_Response& r, CK_RV&) { *phKey = ck(r.phkey()); });
+      [&](const pkcs11::C_DeriveKey_Response& r, CK_RV&) {
+        *phKey = ck(r.phkey());
+        takeParameterOutputs(*pMechanism, r.qor_parameter_out());
+      });
 }
 
 // Deployed servers take the seed as text and echo it; the echo is copied

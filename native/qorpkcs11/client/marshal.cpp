@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "qorpkcs11/client/extensions.h"
+#include "qorpkcs11/client/parameters.h"
 #include "qorpkcs11/common/log.h"
 
 namespace qor::client {
@@ -59,7 +60,7 @@ bool readableMechanism(const CK_MECHANISM* m) {
 
 void putMechanism(pkcs11::CK_MECHANISM* out, const CK_MECHANISM& m) {
   out->set_mechanism(wire(m.mechanism));
-  putBytes(out->mutable_pparameter(), m.pParameter, m.ulParameterLen);
+  if (!putParameterInDepth(out, m)) putBytes(out->mutable_pparameter(), m.pParameter, m.ulParameterLen);
   out->set_ulparameterlen(wire(m.ulParameterLen));
 }
 

@@ -11,6 +11,16 @@ using pkcs11::OperationResult;
 
 namespace {
 
+// The parameter's outputs (a PBE IV, SSL3/TLS key material) come back in
+// the responses of the calls whose mechanisms write them.
+void return_parameter(const Mechanism& m, pkcs11::C_GenerateKey_Response* r) {
+  m.answer(r->mutable_qor_parameter_out());
+}
+void return_parameter(const Mechanism& m, pkcs11::C_DeriveKey_Response* r) {
+  m.answer(r->mutable_qor_parameter_out());
+}
+void return_parameter(const Mechanism&, pkcs11::C_UnwrapKey_Response*) {}
+
 // C_GenerateKey, C_UnwrapKey and C_DeriveKey: a mechanism and a template in,
 // one key handle out. `logName` is the function name their log lines use.
 template <typename Response, typename Module>
@@ -26,6 +36,7 @@ CK_RV make_key(Call& call, const char* logName, const pkcs11::CK_MECHANISM& mech
   CK_OBJECT_HANDLE key = 0;
   const CK_RV value = module(mechanism.get(), attributes, &key);
   (call.result().*response)()->set_phkey(wire(key));
+  return_parameter(mechanism, (call.result().*response)());
   QOR_LOGD(kTag, "Generate_Operation_Result %s phkey = %u", logName, key);
   QOR_LOGD(kTag, "Generate_Operation_Result %s rv = %u", logName, value);
   return value;

@@ -164,7 +164,64 @@ CK_RV Mechanism::build(const pkcs11::CK_MECHANISM& message) {
   mechanism_.mechanism = ul(message.mechanism());
   mechanism_.pParameter = length == 0 && extended() ? nullptr : parameter_->data();
   mechanism_.ulParameterLen = length;
+  return extended() && message.qor_members_size() != 0 ? build_members(message) : CKR_OK;
+}
+
+// Every block is bounded by what the request carries: an input must come
+// whole. The outputs' lengths are the peer's word alone (IV bits, a PRF's
+// capacity), real ones are a few dozen bytes, so they get a modest cap.
+constexpr uint64_t kParameterOutputs = 64 * 1024;
+
+CK_RV Mechanism::build_members(const pkcs11::CK_MECHANISM& message) {
+  const protocol::Layout* layout = protocol::parameterLayout(mechanism_.mechanism);
+  if (!layout || mechanism_.ulParameterLen != layout->size ||
+      message.qor_members_size() != layout->count)
+    return CKR_MECHANISM_PARAM_INVALID;
+  std::vector<const void*> addresses(layout->count);
+  std::vector<CK_ULONG> lengths(layout->count);
+  uint64_t written = 0;
+  blocks_.resize(layout->count);
+  for (size_t i = 0; i < layout->count; ++i) {
+    const protocol::Member& m = layout->members[i];
+    void* holder = m.within < 0 ? parameter_->data() : const_cast<void*>(addresses[m.within]);
+    if (!holder) continue;  // its holder is absent, so is it
+    const bool absent = i < 32 && (message.qor_absent_members() >> i & 1u);
+    const CK_ULONG length =
+        absent ? 0 : protocol::memberLength(*layout, i, parameter_->data(), addresses.data(), lengths.data());
+    const std::string& bytes = message.qor_members(static_cast<int>(i));
+    if (m.flow != protocol::Flow::kOut && !absent && bytes.size() != length)
+      return CKR_MECHANISM_PARAM_INVALID;
+    if (m.flow != protocol::Flow::kIn) written += length;
+    if (beyond_any_frame(length) || written > kParameterOutputs) return CKR_MECHANISM_PARAM_INVALID;
+    if (!absent) {
+      blocks_[i] = std::make_unique<Buffer>(length);
+      if (!blocks_[i]->ok()) return CKR_HOST_MEMORY;
+      if (m.flow != protocol::Flow::kOut) blocks_[i]->fill(bytes);
+      addresses[i] = blocks_[i]->data();
+      lengths[i] = length;
+    }
+    protocol::setPointerAt(holder, m.pointer, addresses[i]);
+  }
+  layout_ = layout;
   return CKR_OK;
+}
+
+void Mechanism::answer(google::protobuf::RepeatedPtrField<std::string>* out) const {
+  if (!layout_) return;
+  const int base = out->size();
+  for (size_t i = 0; i < layout_->count; ++i) {
+    std::string* block = out->Add();
+    if (layout_->members[i].flow == protocol::Flow::kIn || !blocks_[i]) continue;
+    *block = blocks_[i]->head(blocks_[i]->size());
+  }
+  // This side's addresses stay here: pointers inside a returned block are
+  // zeroed, the caller keeps its own.
+  for (size_t i = 0; i < layout_->count; ++i) {
+    const protocol::Member& m = layout_->members[i];
+    if (m.within < 0) continue;
+    std::string& holder = (*out)[base + m.within];
+    if (holder.size() >= m.pointer + sizeof(void*)) protocol::setPointerAt(holder.data(), m.pointer, nullptr);
+  }
 }
 
 }  // namespace qor::server

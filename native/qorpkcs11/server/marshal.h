@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "qorpkcs11/pkcs11.h"
+#include "qorpkcs11/protocol/parameters.h"
 #include "qorpkcs11/proto/pkcs11command.pb.h"
 
 namespace qor::server {
@@ -143,13 +144,22 @@ class Mechanism {
  public:
   // CKR_ARGUMENTS_BAD when the parameter's length is beyond any frame; a
   // shorter parameter is padded with zeros. An extended request's empty
-  // parameter reaches the module as a null pointer, as its caller passed it.
+  // parameter reaches the module as a null pointer, as its caller passed it,
+  // and a parameter sent in depth points at this side's copies of its
+  // blocks (CKR_MECHANISM_PARAM_INVALID when they do not fit its layout).
   CK_RV build(const pkcs11::CK_MECHANISM& message);
   CK_MECHANISM_PTR get() { return &mechanism_; }
+  // After the call: the blocks the module wrote, for a parameter sent in
+  // depth; nothing otherwise.
+  void answer(google::protobuf::RepeatedPtrField<std::string>* out) const;
 
  private:
+  CK_RV build_members(const pkcs11::CK_MECHANISM& message);
+
   std::unique_ptr<Buffer> parameter_;
   CK_MECHANISM mechanism_{};
+  const protocol::Layout* layout_ = nullptr;  // set for a parameter sent in depth
+  std::vector<std::unique_ptr<Buffer>> blocks_;  // one per member, null when absent
 };
 
 }  // namespace qor::server
