@@ -69,14 +69,7 @@ Exchange record_wrap_template(const TestModule& module, CK_FUNCTION_LIST& f) {
   return {"wrap template", gRequest, gReply};
 }
 
-std::vector<Exchange> record_every_call(const TestModule& module) {
-  const std::string id = server_id("seeds");
-  if (qorpkcs11_comm_server_init(id.c_str(), capture) != 0) std::abort();
-  ::close(connect_to(id));
-  if (qorpkcs11_client_init(id.c_str()) != 0) std::abort();
-  CK_FUNCTION_LIST_PTR functions = nullptr;
-  C_GetFunctionList(&functions);
-
+std::vector<Exchange> record_proxy_calls(const TestModule& module, CK_FUNCTION_LIST& f) {
   std::vector<Exchange> exchanges;
   for (const ProxyCall& call : proxyCalls()) {
     script(module, call.name);
@@ -85,12 +78,63 @@ std::vector<Exchange> record_every_call(const TestModule& module) {
     Caller caller(in);
     gRequest.clear();
     gReply.clear();
-    call.invoke(*functions, caller);
+    call.invoke(f, caller);
     exchanges.push_back({call.name, gRequest, gReply});
   }
-  exchanges.push_back(record_wrap_template(module, *functions));
-  qorpkcs11_client_deinit();
   return exchanges;
+}
+
+// Mechanism parameters that travel in depth between extended ends: points,
+// IVs and AAD beside the structure, key material coming back.
+std::vector<Exchange> record_in_depth(const TestModule& module, CK_FUNCTION_LIST& f) {
+  std::vector<Exchange> exchanges;
+  auto derive = [&](const char* what, CK_MECHANISM m) {
+    script(module, "C_DeriveKey");
+    CK_OBJECT_HANDLE key = 0;
+    f.C_DeriveKey(2, &m, 3, nullptr, 0, &key);
+    exchanges.push_back({what, gRequest, gReply});
+  };
+  CK_BYTE point[65] = {4, 1, 2, 3}, random[32] = {7}, iv[12] = {9}, aad[5] = {'a'}, ivs[2][16];
+  CK_ECDH1_DERIVE_PARAMS ecdh{CKD_NULL, 0, nullptr, sizeof point, point};
+  derive("ecdh1", {CKM_ECDH1_DERIVE, &ecdh, sizeof ecdh});
+  CK_SSL3_KEY_MAT_OUT out{0, 0, 0, 0, ivs[0], ivs[1]};
+  CK_SSL3_KEY_MAT_PARAMS keyMat{64, 128, 128, CK_FALSE, {random, 32, random, 32}, &out};
+  derive("tls_key_mat", {CKM_TLS_KEY_AND_MAC_DERIVE, &keyMat, sizeof keyMat});
+  CK_AES_GCM_PARAMS gcm{iv, sizeof iv, 96, aad, sizeof aad, 128};
+  CK_MECHANISM m{CKM_AES_GCM, &gcm, sizeof gcm};
+  script(module, "C_EncryptInit");
+  f.C_EncryptInit(2, &m, 3);
+  exchanges.push_back({"gcm", gRequest, gReply});
+  return exchanges;
+}
+
+struct Recorded {
+  std::vector<Exchange> plain;     // one per proxy call, the legacy wire
+  Exchange wrap;                   // the nested template, kept apart
+  std::vector<Exchange> extended;  // the same calls with the extensions on, and more
+};
+
+Recorded record_every_call(const TestModule& module) {
+  const std::string id = server_id("seeds");
+  if (qorpkcs11_comm_server_init(id.c_str(), capture) != 0) std::abort();
+  ::close(connect_to(id));
+  if (qorpkcs11_client_init(id.c_str()) != 0) std::abort();
+  CK_FUNCTION_LIST_PTR functions = nullptr;
+  C_GetFunctionList(&functions);
+
+  Recorded r;
+  r.plain = record_proxy_calls(module, *functions);
+  r.wrap = record_wrap_template(module, *functions);
+  // The first extended call confirms the peer; the rest go out extended.
+  qorpkcs11_client_set_extensions(1);
+  CK_INFO info;
+  functions->C_GetInfo(&info);
+  if (!qorpkcs11_client_extended_peer()) std::abort();
+  r.extended = record_proxy_calls(module, *functions);
+  for (Exchange& e : record_in_depth(module, *functions)) r.extended.push_back(std::move(e));
+  qorpkcs11_client_set_extensions(0);
+  qorpkcs11_client_deinit();
+  return r;
 }
 
 void write_file(const std::string& path, const Bytes& bytes) {
@@ -131,7 +175,9 @@ void write_frames(const std::string& dir, const std::vector<Exchange>& exchanges
   for (const auto& [name, bytes] : seeds) write_file(dir + "/" + name + ".bin", bytes);
 }
 
-void write_processor(const std::string& dir, const std::vector<Exchange>& exchanges) {
+void write_processor(const std::string& dir, const std::vector<Exchange>& exchanges,
+                     const std::vector<Exchange>& extended) {
+  for (const Exchange& e : extended) write_file(dir + "/extended_" + e.wire + ".bin", processor_raw(e.request));
   const auto& names = wireNames();
   for (const Exchange& e : exchanges) {
     // The proxies spell two names differently; the processor's spellings
@@ -192,9 +238,9 @@ int main(int argc, char** argv) {
     ::mkdir((out + sub).c_str(), 0755);
 
   ServedModule served("@qorfuzz-seeds-module");
-  std::vector<Exchange> exchanges = record_every_call(served.module());
-  const Exchange wrap = exchanges.back();  // not one of the 67: kept apart
-  exchanges.pop_back();
+  const Recorded recorded = record_every_call(served.module());
+  const std::vector<Exchange>& exchanges = recorded.plain;
+  const Exchange& wrap = recorded.wrap;
   size_t answered = 0;
   for (const Exchange& e : exchanges) answered += !e.reply.empty();
   if (answered < exchanges.size() - 2) {  // only C_InitPIN and C_SetPIN go unanswered
@@ -202,11 +248,12 @@ int main(int argc, char** argv) {
     return 1;
   }
   write_frames(out + "/frames", exchanges);
-  write_processor(out + "/processor", exchanges);
+  write_processor(out + "/processor", exchanges, recorded.extended);
   write_replies(out + "/replies", exchanges);
   write_conversions(out + "/conversions", exchanges, wrap);
   write_file(out + "/processor.dict", processor_dictionary());
   write_file(out + "/replies.dict", replies_dictionary());
-  std::printf("fuzz seeds: %zu exchanges recorded in %s\n", exchanges.size(), out.c_str());
+  std::printf("fuzz seeds: %zu exchanges recorded in %s, %zu extended\n", exchanges.size(), out.c_str(),
+              recorded.extended.size());
   return 0;
 }
