@@ -95,6 +95,15 @@ const HandlerCase kCases[] = {
      "C_WrapKey(hSession=7, pMechanism={mechanism=0x2109, pParameter=null, ulParameterLen=0}, "
      "hWrappingKey=5, hKey=6, pWrappedKey=null, *pulWrappedKeyLen=0)",
      confirmed([](const OperationResult& r) { EXPECT_EQ(40, r.c_wrapkey_response().pulwrappedkeylen()); })},
+    {"OperationStateLengthQuery", "C_GetOperationState", marked([](Operation& o) {
+       o.mutable_c_getoperationstate()->set_hsession(7);
+       o.mutable_c_getoperationstate()->set_puloperationstatelen(4096);
+     }, true),
+     {CKR_OK, "", 24}, "C_GetOperationState(hSession=7, pOperationState=null, *pulOperationStateLen=4096)",
+     confirmed([](const OperationResult& r) {
+       EXPECT_EQ("", r.c_getoperationstate_response().poperationstate());
+       EXPECT_EQ(24, r.c_getoperationstate_response().puloperationstatelen());
+     })},
     {"AbsentParameterIsNull", "C_DigestInit", marked([](Operation& o) {
        o.mutable_c_digestinit()->set_hsession(7);
        o.mutable_c_digestinit()->mutable_pmechanism()->set_mechanism(0x250);

@@ -21,23 +21,12 @@ using Bytes = const std::string& (M::*)() const;
 template <typename M>
 using Length = int32_t (M::*)() const;
 
-// A zeroed output buffer of the requested length for `module(out, &length)`,
-// then the output into the reply. An extended length query hands the module
-// a null buffer instead, so it reports the length without doing the work.
+// A zeroed output buffer of the requested length for `module(out, &length)`.
 template <typename Response, typename Module>
 CK_RV produce(Call& call, const Output<Response>& output, CK_ULONG capacity, Module module) {
-  if (extended() && operation.qor_output_absent()) {
-    CK_ULONG length = capacity;
-    const CK_RV value = module(nullptr, &length);
-    answer(call, output, NoBytes{}, length);
-    return value;
-  }
   Buffer out(capacity);
   if (!out.ok()) return call.out_of_memory();
-  CK_ULONG length = capacity;
-  const CK_RV value = module(out.data(), &length);
-  answer(call, output, out, length);
-  return value;
+  return qor::server::produce(call, output, out, module);
 }
 
 // How the input buffer is sized.

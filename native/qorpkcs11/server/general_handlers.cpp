@@ -298,16 +298,14 @@ std::string C_GetOperationState_Server(const std::string& request) {
       [](const pkcs11::C_GetOperationState& req, Call& call) {
         Buffer state(ul(req.puloperationstatelen()));
         if (!state.ok()) return call.out_of_memory();
-        CK_ULONG length = state.size();
-        const CK_RV value =
-            call.invoke(QOR_MEMBER(C_GetOperationState), ul(req.hsession()), state.data(), &length);
-        answer(call,
-               Output<pkcs11::C_GetOperationState_Response>{
-                   &OperationResult::mutable_c_getoperationstate_response,
-                   &pkcs11::C_GetOperationState_Response::mutable_poperationstate,
-                   &pkcs11::C_GetOperationState_Response::set_puloperationstatelen, "operstatelen"},
-               state, length);
-        return value;
+        return produce(call,
+                       Output<pkcs11::C_GetOperationState_Response>{
+                           &OperationResult::mutable_c_getoperationstate_response,
+                           &pkcs11::C_GetOperationState_Response::mutable_poperationstate,
+                           &pkcs11::C_GetOperationState_Response::set_puloperationstatelen, "operstatelen"},
+                       state, [&](CK_BYTE_PTR out, CK_ULONG_PTR length) {
+                         return call.invoke(QOR_MEMBER(C_GetOperationState), ul(req.hsession()), out, length);
+                       });
       });
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "qorpkcs11/common/log.h"
+#include "qorpkcs11/server/extensions.h"
 #include "qorpkcs11/server/marshal.h"
 #include "qorpkcs11/server/server.h"
 
@@ -124,6 +125,21 @@ void answer(Call& call, const Output<Response>& output, const Source& buffer, CK
   (out->*output.setLength)(wire(length));
   if (output.lengthWord != nullptr)
     QOR_LOGD(kTag, "Generate_Operation_Result %s %s = %u", call.name(), output.lengthWord, length);
+}
+
+// `module(out, &length)` with the buffer and its size, then the output into
+// the reply. An extended length query hands the module a null buffer
+// instead, so it reports the length without doing the work.
+template <typename Response, typename Module>
+CK_RV produce(Call& call, const Output<Response>& output, const Buffer& buffer, Module module) {
+  const bool query = extended() && operation.qor_output_absent();
+  CK_ULONG length = buffer.size();
+  const CK_RV value = module(query ? nullptr : buffer.data(), &length);
+  if (query)
+    answer(call, output, NoBytes{}, length);
+  else
+    answer(call, output, buffer, length);
+  return value;
 }
 
 }  // namespace qor::server

@@ -143,18 +143,10 @@ std::string C_WrapKey_Server(const std::string& request) {
                  Buffer wrapped(ul(req.pulwrappedkeylen()));
                  if (!wrapped.ok()) return call.out_of_memory();
                  wrapped.fill(req.pwrappedkey());
-                 // An extended length query: a null buffer, no work done.
-                 const bool query = extended() && operation.qor_output_absent();
-                 CK_ULONG length = wrapped.size();
-                 const CK_RV value = call.invoke(QOR_MEMBER(C_WrapKey), ul(req.hsession()),
-                                                 mechanism.get(), ul(req.hwrappingkey()),
-                                                 ul(req.hkey()), query ? nullptr : wrapped.data(),
-                                                 &length);
-                 if (query)
-                   answer(call, kWrapped, NoBytes{}, length);
-                 else
-                   answer(call, kWrapped, wrapped, length);
-                 return value;
+                 return produce(call, kWrapped, wrapped, [&](CK_BYTE_PTR out, CK_ULONG_PTR length) {
+                   return call.invoke(QOR_MEMBER(C_WrapKey), ul(req.hsession()), mechanism.get(),
+                                      ul(req.hwrappingkey()), ul(req.hkey()), out, length);
+                 });
                });
 }
 
