@@ -21,8 +21,34 @@ constexpr Flow kInOut = Flow::kInOut;
 #define QOR_INNER_BYTES(T, inner, I, p, len) \
   {kTop, offsetof(T, inner) + offsetof(I, p), Sized::kUlongAt, offsetof(T, inner) + offsetof(I, len), kIn}
 
-#define QOR_LAYOUT(T, ...)                       \
-  constexpr Member k##T[] = {__VA_ARGS__};         \
+// Every pointer and every count a row names lies inside its holder, a
+// holder comes before what it holds, and a count behind a pointer is a
+// CK_ULONG block: both ends then read and write only inside their blocks.
+constexpr bool inside(const Member* m, size_t count, size_t size) {
+  for (size_t i = 0; i < count; ++i) {
+    const int8_t w = m[i].within;
+    if (w >= static_cast<int>(i) || (w >= 0 && m[w].sized != Sized::kFixed)) return false;
+    const size_t holder = w < 0 ? size : m[w].arg;
+    if (m[i].pointer + sizeof(void*) > holder) return false;
+    switch (m[i].sized) {
+      case Sized::kUlongAt:
+      case Sized::kBitsAt:
+        if (m[i].arg + sizeof(CK_ULONG) > size) return false;
+        break;
+      case Sized::kUlongIn:
+        if (m[i].arg >= i || m[m[i].arg].sized != Sized::kFixed || m[m[i].arg].arg < sizeof(CK_ULONG))
+          return false;
+        break;
+      case Sized::kFixed:
+        break;
+    }
+  }
+  return count <= 32;  // the absent members' bit set
+}
+
+#define QOR_LAYOUT(T, ...)                                                                   \
+  constexpr Member k##T[] = {__VA_ARGS__};                                                     \
+  static_assert(inside(k##T, std::size(k##T), sizeof(T)), #T ": a member outside its holder"); \
   constexpr Layout kLayout##T{#T, sizeof(T), k##T, static_cast<uint8_t>(std::size(k##T))};
 
 QOR_LAYOUT(CK_RSA_PKCS_OAEP_PARAMS, QOR_BYTES(CK_RSA_PKCS_OAEP_PARAMS, pSourceData, ulSourceDataLen))
