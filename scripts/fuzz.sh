@@ -5,6 +5,7 @@
 # target; fails if any target found a crash, a leak or a hang.
 #   scripts/fuzz.sh [seconds]          FUZZ_BUILD_DIR overrides build-fuzz
 #   FUZZ_M32=1 scripts/fuzz.sh [seconds]   the same at 32 bits, in build-fuzz-m32
+#   FUZZ_TARGETS="replies processor" ...   only these targets
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -30,6 +31,7 @@ printf '%-10s %12s %9s %6s %7s %8s %8s %s\n' target executions exec/s cov featur
 for flags_file in "$fuzz"/flags-*.txt; do
   name=$(basename "$flags_file" .txt)
   name=${name#flags-}
+  if [ -n "${FUZZ_TARGETS:-}" ] && [[ " $FUZZ_TARGETS " != *" $name "* ]]; then continue; fi
   log="$logs/$name.log"
   mkdir -p "$fuzz/corpus/$name"
   result=ok
