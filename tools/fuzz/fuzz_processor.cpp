@@ -17,13 +17,18 @@ namespace {
 const qor::test::ServedModule* gServed = nullptr;
 
 // Random bytes are the one output the module fills to whatever length is
-// asked: the serving process then fills and answers with that much, as the
-// security notes describe. Megabytes of it only slow the search down.
+// asked, and a slot or mechanism list the module leaves at the count asked
+// (an invalid slot) is answered with that many entries: the serving process
+// then fills and answers with that much, as the security notes describe.
+// Megabytes of it only slow the search down.
 bool asks_for_a_large_fill(const std::string& bytes) {
+  constexpr uint32_t kLarge = 1u << 20;
   pkcs11::Operation op;
   (void)op.ParsePartialFromString(bytes);  // what parsed is what the server serves
-  return op.has_c_generaterandom() &&
-         static_cast<uint32_t>(op.c_generaterandom().ulrandomlen()) > (1u << 20);
+  auto large = [](int32_t n) { return static_cast<uint32_t>(n) > kLarge; };
+  return (op.has_c_generaterandom() && large(op.c_generaterandom().ulrandomlen())) ||
+         (op.has_c_getmechanismlist() && large(op.c_getmechanismlist().pulcount())) ||
+         (op.has_c_getslotlist() && large(op.c_getslotlist().pulcount()));
 }
 
 }  // namespace
