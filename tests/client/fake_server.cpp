@@ -16,6 +16,7 @@ namespace {
 
 std::mutex gMutex;
 std::vector<pkcs11::Operation> gReceived;
+std::string gLastBytes;
 std::string gReply;
 
 // Runs on the server thread.
@@ -24,6 +25,7 @@ int serve(const void* data, int32_t len, void** out, uint32_t* outLen) {
   op.ParsePartialFromArray(data, len);
   std::lock_guard<std::mutex> lock(gMutex);
   gReceived.push_back(op);
+  gLastBytes.assign(static_cast<const char*>(data), static_cast<size_t>(len));
   *out = std::malloc(gReply.size() + 1);
   std::memcpy(*out, gReply.data(), gReply.size());
   *outLen = static_cast<uint32_t>(gReply.size());
@@ -69,6 +71,11 @@ void ProxyTest::answerBytes(const std::string& bytes) {
 std::vector<pkcs11::Operation> ProxyTest::received() {
   std::lock_guard<std::mutex> lock(gMutex);
   return gReceived;
+}
+
+std::string ProxyTest::sentBytes() {
+  std::lock_guard<std::mutex> lock(gMutex);
+  return gLastBytes;
 }
 
 pkcs11::Operation ProxyTest::sent() {

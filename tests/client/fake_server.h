@@ -29,6 +29,8 @@ class ProxyTest : public ::testing::Test {
   static void answerBytes(const std::string& bytes);
   // The requests received so far, oldest first.
   static std::vector<pkcs11::Operation> received();
+  // The last request's payload as it crossed the socket.
+  static std::string sentBytes();
   // The last request; fails the test when there was none.
   static pkcs11::Operation sent();
 };

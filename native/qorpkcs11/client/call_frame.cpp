@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "qorpkcs11/client/detached.h"
 #include "qorpkcs11/client/extensions.h"
 #include "qorpkcs11/comm/client.h"
 #include "qorpkcs11/common/log.h"
@@ -64,22 +65,28 @@ CK_RV exchange(const Frame& frame, BuildFn build, PresentFn present, CopyFn copy
   if (const char* entry = frame.logsOwnName ? frame.name : frame.entry) QOR_LOGD(kClient, "%s", entry);
 
   pkcs11::Operation op;
+  const DetachedInput detached;  // after op: gives op's field back first
   op.set_name(frame.name);
   build(op);
   markRequest(op);
 
-  // Serialized once, straight into the buffer the transport sends.
+  // Serialized once, straight into the buffer the transport sends; a large
+  // input goes from the caller's buffer to the socket instead.
   const size_t size = op.ByteSizeLong();
   if (size > INT32_MAX) return kTransportFailed;  // more than a frame can carry
-  RequestBuffer request(size);
-  op.SerializeWithCachedSizesToArray(request.get());
+  RequestBuffer request(size - detached.length());
+  iovec parts[3] = {{request.get(), size}, {}, {}};
+  int count = 1;
+  if (detached.length() == 0)
+    op.SerializeWithCachedSizesToArray(request.get());
+  else if ((count = detached.serialize(op, size, request.get(), parts)) == 0)
+    return kTransportFailed;
   if (frame.sizeLine) QOR_LOGD(kClient, frame.sizeLine, static_cast<int>(size));
   if (frame.beforeSend) QOR_LOGD(kClient, "%s", frame.beforeSend);
 
   uint8_t* raw = nullptr;
   uint32_t rawLen = 0;
-  const int rc = qorpkcs11_comm_client_execute_command(request.get(), static_cast<int32_t>(size),
-                                                       &raw, &rawLen);
+  const int rc = comm::client_execute_parts(parts, count, &raw, &rawLen);
   std::unique_ptr<uint8_t, FreeDeleter> replyBytes(raw);
   // A zero return without a buffer is the transport's "no reply" answer.
   if (rc != 0 || !replyBytes || rawLen > INT_MAX) return kTransportFailed;

@@ -1,5 +1,7 @@
 #include "qorpkcs11/client/marshal.h"
 
+#include "qorpkcs11/client/detached.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -24,6 +26,7 @@ const char* chars(const void* p) { return p ? static_cast<const char*>(p) : ""; 
 }  // namespace
 
 void putBytes(std::string* field, const void* p, CK_ULONG len) {
+  if (DetachedInput::take(field, p, len)) return;
   field->assign(chars(p), p ? len : 0);
 }
 

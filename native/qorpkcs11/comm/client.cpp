@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -99,17 +101,37 @@ void drain(int sock) {
   QOR_LOGD(kTag, "Errno:%s", std::strerror(errno));
 }
 
-int exchange(int sock, const uint8_t* data, int32_t len, uint8_t** out, uint32_t* out_len) {
+// The request frame: the header and the payload's parts. With the debug
+// lines on, each goes with a send of its own, as the lines have always told;
+// otherwise all of it goes with one system call.
+int send_request(int sock, FrameHeader* hdr, iovec* parts, int count) {
+  if (sends_logged(kTag)) {
+    int ret = client_send_data(sock, hdr, sizeof(*hdr));
+    if (ret != kOk) {
+      QOR_LOGD(kTag, "Client send header failed %d", ret);
+      return ret;
+    }
+    QOR_LOGD(kTag, "Entry");
+    size_t moved = 0;
+    ret = client_result(send_all_parts(kTag, sock, parts, count, MSG_NOSIGNAL, &moved), kSendError);
+    if (ret != kOk) QOR_LOGD(kTag, "Client send data failed %d", ret);
+    return ret;
+  }
+  iovec frame[1 + kMaxParts];
+  frame[0] = {hdr, sizeof(*hdr)};
+  std::copy(parts, parts + count, frame + 1);
+  size_t moved = 0;
+  const int ret = client_result(send_all_parts(kTag, sock, frame, 1 + count, MSG_NOSIGNAL, &moved),
+                                kSendError);
+  if (ret != kOk && moved < sizeof(*hdr)) QOR_LOGD(kTag, "Client send header failed %d", ret);
+  if (ret != kOk && moved >= sizeof(*hdr)) QOR_LOGD(kTag, "Client send data failed %d", ret);
+  return ret;
+}
+
+int exchange(int sock, iovec* parts, int count, int32_t len, uint8_t** out, uint32_t* out_len) {
   FrameHeader hdr{kIdCommand, kTypeRequest, 0, len};
-  int ret = client_send_data(sock, &hdr, sizeof(hdr));
-  if (ret != kOk) {
-    QOR_LOGD(kTag, "Client send header failed %d", ret);
-    return ret;
-  }
-  if ((ret = client_send_data(sock, data, len)) != kOk) {
-    QOR_LOGD(kTag, "Client send data failed %d", ret);
-    return ret;
-  }
+  int ret = send_request(sock, &hdr, parts, count);
+  if (ret != kOk) return ret;
 
   std::memset(&hdr, 0, sizeof(hdr));
   if ((ret = client_recv_data(sock, &hdr, sizeof(hdr))) != kOk) {
@@ -211,6 +233,13 @@ extern "C" int qorpkcs11_comm_client_init(const char* server_id) {
 
 extern "C" int qorpkcs11_comm_client_execute_command(const uint8_t* data, int32_t len,
                                                      uint8_t** out, uint32_t* out_len) {
+  iovec part{const_cast<uint8_t*>(data), len > 0 ? static_cast<size_t>(len) : 0};
+  return qor::comm::client_execute_parts(data != nullptr ? &part : nullptr, 1, out, out_len);
+}
+
+namespace qor::comm {
+
+int client_execute_parts(const iovec* parts, int count, uint8_t** out, uint32_t* out_len) {
   QOR_LOGD(kTag, "Entry");
   if (!gInitialized) {
     QOR_LOGD(kTag, "Not initialized");
@@ -222,15 +251,26 @@ extern "C" int qorpkcs11_comm_client_execute_command(const uint8_t* data, int32_
     QOR_LOGD(kTag, "Not initialized");
     return kNotInitialized;
   }
-  if (len < 1 || data == nullptr || out == nullptr || out_len == nullptr) {
+  // The payload's length as the header states it, in 32 bits.
+  int64_t len = 0;
+  iovec own[kMaxParts];
+  bool readable = parts != nullptr && count >= 1 && count <= kMaxParts;
+  for (int i = 0; readable && i < count; ++i) {
+    own[i] = parts[i];
+    readable = own[i].iov_base != nullptr || own[i].iov_len == 0;
+    len += static_cast<int64_t>(own[i].iov_len);
+  }
+  if (!readable || len < 1 || len > INT32_MAX || out == nullptr || out_len == nullptr) {
     QOR_LOGD(kTag, "Invalid arguments");
     return kInvalidArguments;
   }
   QOR_LOGD(kTag, "Entry");
   const int sock = gSocket;
   drain(sock);
-  return exchange(sock, data, len, out, out_len);
+  return exchange(sock, own, count, static_cast<int32_t>(len), out, out_len);
 }
+
+}  // namespace qor::comm
 
 extern "C" int qorpkcs11_comm_client_deinit(void) {
   QOR_LOGD(kTag, "Entry");

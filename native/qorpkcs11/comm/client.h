@@ -3,6 +3,7 @@
 #pragma once
 
 #include <sys/time.h>
+#include <sys/uio.h>
 
 #include <cstdint>
 
@@ -25,6 +26,13 @@ int qorpkcs11_comm_client_deinit(void);
 }  // extern "C"
 
 namespace qor::comm {
+
+// As qorpkcs11_comm_client_execute_command with the payload in up to
+// kMaxParts buffers, sent in turn as one payload: a large input goes from
+// the caller's buffer to the socket with the few bytes around it built
+// apart. The payload's length is their sum, 1 to INT32_MAX.
+inline constexpr int kMaxParts = 8;
+int client_execute_parts(const iovec* parts, int count, uint8_t** out, uint32_t* out_len);
 
 // Internal loops; 5 on bad arguments, 13 when the peer closed, 11 (send) or
 // 10 (receive) on a socket error.

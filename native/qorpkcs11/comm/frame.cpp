@@ -42,6 +42,45 @@ ssize_t send_all(const char* tag, int sock, const void* buf, int32_t len, int fl
   });
 }
 
+ssize_t send_all_parts(const char* tag, int sock, iovec* parts, int count, int flags, size_t* moved) {
+  *moved = 0;
+  msghdr msg{};
+  msg.msg_iov = parts;
+  msg.msg_iovlen = static_cast<decltype(msg.msg_iovlen)>(count);
+  for (;;) {
+    // Empty parts ahead would make a send of nothing look like a closed peer.
+    while (msg.msg_iovlen > 0 && msg.msg_iov->iov_len == 0) {
+      ++msg.msg_iov;
+      --msg.msg_iovlen;
+    }
+    if (msg.msg_iovlen == 0) return 1;
+    const ssize_t n = ::sendmsg(sock, &msg, flags);
+    QOR_LOGD(tag, "Bytes written:%d", static_cast<int>(n));
+    if (n < 1) return n;
+    *moved += static_cast<size_t>(n);
+    // Past what went: whole parts, then into the part it stopped in.
+    size_t left = static_cast<size_t>(n);
+    while (left > 0 && msg.msg_iovlen > 0 && left >= msg.msg_iov->iov_len) {
+      left -= msg.msg_iov->iov_len;
+      ++msg.msg_iov;
+      --msg.msg_iovlen;
+    }
+    if (left > 0) {
+      msg.msg_iov->iov_base = static_cast<uint8_t*>(msg.msg_iov->iov_base) + left;
+      msg.msg_iov->iov_len -= left;
+    }
+  }
+}
+
+bool sends_logged(const char* tag) {
+#if QOR_DEBUG_LOG
+  return log::loggable(ANDROID_LOG_DEBUG, tag);
+#else
+  (void)tag;
+  return false;
+#endif
+}
+
 ssize_t recv_all(const char* tag, int sock, void* buf, int32_t len, int flags) {
   auto* bytes = static_cast<uint8_t*>(buf);
   return move_all(tag, "Bytes read:%d", len, [&](int32_t off, size_t n) {

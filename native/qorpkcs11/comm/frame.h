@@ -4,6 +4,7 @@
 
 #include <sys/socket.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 
 #include <cstdint>
@@ -77,6 +78,15 @@ sockaddr_un make_address(const char* server_id);
 // on error), so each end maps it to its own codes.
 ssize_t send_all(const char* tag, int sock, const void* buf, int32_t len, int flags);
 ssize_t recv_all(const char* tag, int sock, void* buf, int32_t len, int flags);
+// As send_all over several buffers in turn, with one sendmsg per step: a
+// header and its payload leave in one system call. `parts` is advanced past
+// what went. Returns 1 when all went, else the short call's result, and
+// stores the bytes that went through `moved` (the caller tells a failed
+// header from a failed payload by it).
+ssize_t send_all_parts(const char* tag, int sock, iovec* parts, int count, int flags, size_t* moved);
+// Whether the transport's debug lines are being written: then header and
+// payload go out with a send each, so the lines are what they always were.
+bool sends_logged(const char* tag);
 // As recv_all, each receive bounded by the time the deadline leaves (-1 with
 // EAGAIN once it has passed).
 class Deadline;

@@ -143,6 +143,29 @@ int process_payload(uint32_t id, MallocPtr payload, int32_t len, MallocPtr* repl
   return ret;
 }
 
+// How sending a reply frame ended: its code, and whether the header went
+// whole (a frame whose header failed ends at once, without its stamp).
+struct Sent {
+  int code;
+  bool header;
+};
+
+// With the debug lines on, header and payload go with a send each, as the
+// lines have always told; otherwise both go with one system call. A reply
+// of nothing keeps its two sends: the second one's complaint about the
+// length is the frame's code.
+Sent send_reply(int sock, FrameHeader* hdr, uint8_t* reply, uint32_t reply_len) {
+  if (sends_logged(kTag) || reply == nullptr || reply_len == 0) {
+    const int ret = server_send_data(sock, hdr, sizeof(*hdr));
+    if (ret != kOk) return {ret, false};
+    return {server_send_data(sock, reply, static_cast<int32_t>(reply_len)), true};
+  }
+  iovec frame[2] = {{hdr, sizeof(*hdr)}, {reply, reply_len}};
+  size_t moved = 0;
+  const ssize_t sent = send_all_parts(kTag, sock, frame, 2, 0, &moved);
+  return {sent > 0 ? kOk : sent < 0 ? kSendError : kServerSentNothing, moved >= sizeof(*hdr)};
+}
+
 int process_client_command(int sock) {
   QOR_LOGD(kTag, "\n\n================");
   QOR_LOGD(kTag, "Entry");
@@ -181,11 +204,12 @@ int process_client_command(int sock) {
   hdr.type = kTypeResponse;
   hdr.status = 0;
   hdr.data_len = static_cast<int32_t>(reply_len);
-  if ((ret = server_send_data(sock, &hdr, sizeof(hdr))) != kOk) {
-    QOR_LOGD(kTag, "Send header failed %d", ret);
-    return ret;
+  const Sent sent = send_reply(sock, &hdr, reply.get(), reply_len);
+  if (!sent.header) {
+    QOR_LOGD(kTag, "Send header failed %d", sent.code);
+    return sent.code;
   }
-  ret = server_send_data(sock, reply.get(), static_cast<int32_t>(reply_len));
+  ret = sent.code;
   record_time_stamp(kStampResponse);
   reply.reset();
   QOR_LOGD(kTag, "Exit ret:%d", ret);

@@ -1,6 +1,7 @@
 #include "qorpkcs11/server/handler.h"
 
 #include <climits>
+#include <cstdlib>
 
 #include "qorpkcs11/protocol/extensions.h"
 #include "qorpkcs11/server/extensions.h"
@@ -42,9 +43,45 @@ std::string Call::conclude(CK_RV value, RvLine line) {
     QOR_LOGD(kTag, "return value = %u", value);
   else if (line == RvLine::kGenerateResult)
     QOR_LOGD(kTag, "Generate_Operation_Result %s rv = %u", name_, value);
+  if (ReplySink::take(result_)) return {};
   std::string out;
   result_.SerializeToString(&out);
   return out;
+}
+
+namespace {
+thread_local ReplySink* tSink = nullptr;
+}  // namespace
+
+ReplySink::ReplySink() { tSink = this; }
+
+ReplySink::~ReplySink() {
+  tSink = nullptr;
+  std::free(bytes_);
+}
+
+void* ReplySink::release(uint32_t* size) {
+  *size = size_;
+  void* bytes = bytes_;
+  bytes_ = nullptr;
+  size_ = 0;
+  return bytes;
+}
+
+bool ReplySink::take(const pkcs11::OperationResult& result) {
+  ReplySink* sink = tSink;
+  if (sink == nullptr || sink->taken_) return false;
+  sink->taken_ = true;
+  const size_t size = result.ByteSizeLong();
+  // Out of memory, or more than a frame carries: the empty reply of a
+  // request the server cannot serve.
+  if (size > INT32_MAX) return true;
+  auto* bytes = static_cast<uint8_t*>(std::malloc(size != 0 ? size : 1));
+  if (bytes == nullptr) return true;
+  result.SerializeWithCachedSizesToArray(bytes);
+  sink->bytes_ = bytes;
+  sink->size_ = static_cast<uint32_t>(size);
+  return true;
 }
 
 }  // namespace qor::server

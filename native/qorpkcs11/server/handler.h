@@ -65,6 +65,31 @@ class Call {
   pkcs11::OperationResult result_;
 };
 
+// Where the transport's reply goes when the processor serves a request: the
+// reply is serialized once, straight into the malloc'd buffer the transport
+// sends and frees, instead of into a string the processor would copy. A
+// handler called directly (tests, tools) still returns its reply's bytes.
+class ReplySink {
+ public:
+  ReplySink();
+  ~ReplySink();
+  ReplySink(const ReplySink&) = delete;
+  ReplySink& operator=(const ReplySink&) = delete;
+
+  // The reply once a handler concluded into it; null before, or when its
+  // buffer could not be had.
+  void* release(uint32_t* size);
+
+  // For Call::conclude: true when it took the reply.
+  static bool take(const pkcs11::OperationResult& result);
+
+ private:
+  void* bytes_ = nullptr;
+  uint32_t size_ = 0;
+  bool taken_ = false;
+  friend class Call;
+};
+
 // Parses into the global operation; a failure is logged and otherwise
 // ignored, so whatever did parse is served.
 void parse_request(const std::string& bytes);

@@ -195,6 +195,7 @@ void keepServingThreadAttached() {
 
 int Generate_Operation_Result_Server(const void* in, int32_t len, void** out, uint32_t* outLen) {
   keepServingThreadAttached();
+  qor::server::ReplySink sink;
   std::string reply;
   try {
     reply = qor::server::serve_request(in, len);
@@ -207,16 +208,21 @@ int Generate_Operation_Result_Server(const void* in, int32_t len, void** out, ui
     reply.clear();
   }
 
-  void* buffer = std::malloc(reply.size());
-  const uint32_t length = buffer != nullptr ? static_cast<uint32_t>(reply.size()) : 0;
-  if (length != 0) std::memcpy(buffer, reply.data(), length);
-  if (out != nullptr)
-    *out = buffer;
-  else
-    std::free(buffer);
-  if (outLen != nullptr) *outLen = length;
+  uint32_t length = 0;
+  void* buffer = sink.release(&length);
+  if (buffer == nullptr) {
+    // No handler concluded (nothing routed, no module) or it concluded into
+    // the string: the reply as before, copied.
+    buffer = std::malloc(reply.size());
+    length = buffer != nullptr ? static_cast<uint32_t>(reply.size()) : 0;
+    if (length != 0) std::memcpy(buffer, reply.data(), length);
+  }
   // The reply is binary and unterminated: print no more than it holds.
-  QOR_LOGD(kTag, "resp = %.*s", static_cast<int>(length), length != 0 ? reply.data() : "");
+  const char* shown = length != 0 ? static_cast<const char*>(buffer) : "";
+  if (out != nullptr) *out = buffer;
+  if (outLen != nullptr) *outLen = length;
+  QOR_LOGD(kTag, "resp = %.*s", static_cast<int>(length), shown);
+  if (out == nullptr) std::free(buffer);
   return 0;
 }
 
