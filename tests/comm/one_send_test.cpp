@@ -71,6 +71,42 @@ TEST_P(OneSendTest, ClientSendsItsPartsAsOneFrame) {
   qorpkcs11_comm_client_deinit();
 }
 
+// Replies around the size of what one receive takes ahead, bytes a server
+// gone wrong sends past its frame, and a nonzero status with a payload
+// behind it: every reply arrives whole, and what lies past it is dropped.
+TEST_P(OneSendTest, ClientReadsRepliesOfEverySizeAndDropsWhatFollowsThem) {
+  const std::string id = unique_server_id();
+  Fd listener = listen_raw(id);
+  const std::vector<size_t> sizes = {1, 4080, 4081, 100000};
+  std::thread peer([&] {
+    Fd conn = accept_raw(listener);
+    ASSERT_TRUE(answer_handshake(conn));
+    for (const size_t size : sizes) {
+      read_up_to(conn, 16 + 1);
+      write_all(conn, response(pattern(size, static_cast<uint8_t>(size))));
+    }
+    read_up_to(conn, 16 + 1);
+    write_all(conn, response(text("first")) + text("trailing bytes"));
+    read_up_to(conn, 16 + 1);
+    write_all(conn, header(101, 104, 1, 5) + text("stale"));
+    read_up_to(conn, 16 + 1);
+    write_all(conn, response(text("last")));
+  });
+  ASSERT_EQ(0, qorpkcs11_comm_client_init(id.c_str()));
+  for (const size_t size : sizes) {
+    Exchange ex = execute(text("?"));
+    EXPECT_EQ(0, ex.rc);
+    EXPECT_TRUE(pattern(size, static_cast<uint8_t>(size)) == ex.reply) << size << " bytes";
+  }
+  EXPECT_EQ(text("first"), execute(text("?")).reply);
+  Exchange none = execute(text("?"));
+  EXPECT_EQ(0, none.rc);
+  EXPECT_TRUE(none.reply.empty()) << "a nonzero status has no reply";
+  EXPECT_EQ(text("last"), execute(text("?")).reply);
+  peer.join();
+  qorpkcs11_comm_client_deinit();
+}
+
 Bytes gReply;
 int echo(const void*, int32_t, void** out, uint32_t* outLen) {
   *out = std::malloc(gReply.size());

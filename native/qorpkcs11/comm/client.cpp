@@ -104,8 +104,8 @@ void drain(int sock) {
 // The request frame: the header and the payload's parts. With the debug
 // lines on, each goes with a send of its own, as the lines have always told;
 // otherwise all of it goes with one system call.
-int send_request(int sock, FrameHeader* hdr, iovec* parts, int count) {
-  if (sends_logged(kTag)) {
+int send_request(int sock, FrameHeader* hdr, iovec* parts, int count, bool logged) {
+  if (logged) {
     int ret = client_send_data(sock, hdr, sizeof(*hdr));
     if (ret != kOk) {
       QOR_LOGD(kTag, "Client send header failed %d", ret);
@@ -128,13 +128,59 @@ int send_request(int sock, FrameHeader* hdr, iovec* parts, int count) {
   return ret;
 }
 
+// Receives the reply frame. With the debug lines on, header and payload
+// come with a receive loop each, as the lines have always told. Otherwise a
+// receive takes whatever has arrived, up to a small buffer, so a small reply
+// comes with its header in one system call; a large rest goes straight into
+// its own buffer. Bytes past the frame (only a server gone wrong sends them)
+// are dropped with the reader, as the next call's drain would drop them.
+class ReplyReader {
+ public:
+  ReplyReader(int sock, bool ahead) : sock_(sock), ahead_(ahead) {}
+
+  int read(void* dst, int32_t len) {
+    if (!ahead_) return client_recv_data(sock_, dst, len);
+    auto* to = static_cast<uint8_t*>(dst);
+    auto want = static_cast<size_t>(len);
+    while (want > 0) {
+      if (at_ == have_ && want >= sizeof(ahead_bytes_)) {
+        const ssize_t n = ::recv(sock_, to, want, 0);
+        if (n < 1) return client_result(n, kClientRecvError);
+        to += n;
+        want -= static_cast<size_t>(n);
+        continue;
+      }
+      if (at_ == have_) {
+        const ssize_t n = ::recv(sock_, ahead_bytes_, sizeof(ahead_bytes_), 0);
+        if (n < 1) return client_result(n, kClientRecvError);
+        at_ = 0;
+        have_ = static_cast<size_t>(n);
+      }
+      const size_t take = std::min(want, have_ - at_);
+      std::memcpy(to, ahead_bytes_ + at_, take);
+      at_ += take;
+      to += take;
+      want -= take;
+    }
+    return kOk;
+  }
+
+ private:
+  int sock_;
+  bool ahead_;
+  size_t at_ = 0, have_ = 0;
+  uint8_t ahead_bytes_[4096];
+};
+
 int exchange(int sock, iovec* parts, int count, int32_t len, uint8_t** out, uint32_t* out_len) {
   FrameHeader hdr{kIdCommand, kTypeRequest, 0, len};
-  int ret = send_request(sock, &hdr, parts, count);
+  const bool logged = sends_logged(kTag);
+  int ret = send_request(sock, &hdr, parts, count, logged);
   if (ret != kOk) return ret;
 
+  ReplyReader reader(sock, !logged);
   std::memset(&hdr, 0, sizeof(hdr));
-  if ((ret = client_recv_data(sock, &hdr, sizeof(hdr))) != kOk) {
+  if ((ret = reader.read(&hdr, sizeof(hdr))) != kOk) {
     QOR_LOGD(kTag, "Client receive header failed %d", ret);
     return ret;
   }
@@ -157,7 +203,7 @@ int exchange(int sock, iovec* parts, int count, int32_t len, uint8_t** out, uint
     QOR_LOGD(kTag, "Malloc failed");
     return kAllocFailed;
   }
-  if ((ret = client_recv_data(sock, reply.get(), static_cast<int32_t>(reply_len))) != kOk) {
+  if ((ret = reader.read(reply.get(), static_cast<int32_t>(reply_len))) != kOk) {
     QOR_LOGD(kTag, "Client receive data failed %d", ret);
     return ret;
   }
