@@ -167,6 +167,25 @@ TEST(SendAllPartsTest, GoesOnWhereAPartialSendStopped) {
   EXPECT_GT(logs.messages("test").size(), 1u) << "every part went in one send: nothing was tried";
 }
 
+// A receive may take the next frame's start with the one it reads: it is
+// kept for that frame. Frames sent together, one large, and a frame sent a
+// byte at a time are each answered, in order.
+TEST_P(OneSendTest, ServerServesFramesThatArriveTogetherOrInPieces) {
+  const std::string id = unique_server_id();
+  gReply = text("ok");
+  ASSERT_EQ(0, qorpkcs11_comm_server_init(id.c_str(), echo));
+  Fd conn = connect_raw(id);
+  const Bytes large = pattern(10000, 9);
+  write_all(conn, command(text("a")) + command(large) + command(text("b")) + version_request());
+  const Bytes ok = response(text("ok"));
+  EXPECT_EQ(ok + ok + ok + version_response(), read_up_to(conn, 3 * ok.size() + 20));
+  for (const uint8_t byte : command(text("slow"))) {
+    write_all(conn, Bytes{byte});
+    ::usleep(200);
+  }
+  EXPECT_EQ(ok, read_up_to(conn, ok.size()));
+}
+
 INSTANTIATE_TEST_SUITE_P(Lines, OneSendTest,
                          ::testing::Values(Mode{"DebugLinesOn", true}, Mode{"DebugLinesOff", false}),
                          [](const ::testing::TestParamInfo<Mode>& info) { return info.param.name; });

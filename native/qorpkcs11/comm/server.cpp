@@ -7,6 +7,7 @@
 
 #include <poll.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
@@ -56,10 +57,10 @@ void* thread_exit(Code code) {
 // Without an idle limit a client may think as long as it likes between two
 // calls; with one, a connection that sends nothing that long is dropped.
 // Either way, once a frame begins, the frame limit (if any) runs.
-int await_frame(int sock, Deadline* deadline) {
+int await_frame(int sock, bool buffered, Deadline* deadline) {
   const Timeouts limits = server_timeouts();
   // A frame begins with its first byte: the frame limit runs from there.
-  if ((limits.idle_ms > 0 || limits.frame_ms > 0) && sock >= 0) {
+  if ((limits.idle_ms > 0 || limits.frame_ms > 0) && sock >= 0 && !buffered) {
     pollfd pfd{sock, POLLIN, 0};
     if (::poll(&pfd, 1, limits.idle_ms > 0 ? limits.idle_ms : -1) == 0) {
       QOR_LOGD(kTag, "Client idle too long - connection dropped");
@@ -143,6 +144,46 @@ int process_payload(uint32_t id, MallocPtr payload, int32_t len, MallocPtr* repl
   return ret;
 }
 
+// One connection's receives. With the debug lines on, each frame part
+// comes with a receive loop of its own, as the lines have always told.
+// Otherwise a receive takes whatever has arrived, up to a small buffer, so
+// a small request comes with its header in one system call; what it took
+// past the frame is the next frame's start and is kept for it. A large rest
+// goes straight into its own buffer, and a deadline's receives take no more
+// than the frame.
+class FrameReader {
+ public:
+  explicit FrameReader(int sock) : sock_(sock) {}
+
+  bool buffered() const { return at_ < have_; }
+
+  int read(void* dst, int32_t len, const Deadline* deadline) {
+    if (!buffered() && (sock_ < 0 || len < 1 || sends_logged(kTag)))
+      return server_recv_data(sock_, dst, len, deadline);
+    auto* to = static_cast<uint8_t*>(dst);
+    auto want = static_cast<size_t>(len);
+    for (;;) {
+      const size_t take = std::min(want, have_ - at_);
+      std::memcpy(to, ahead_ + at_, take);
+      at_ += take;
+      to += take;
+      want -= take;
+      if (want == 0) return kOk;
+      if (want >= sizeof(ahead_) || (deadline != nullptr && !deadline->none()) || sends_logged(kTag))
+        return server_recv_data(sock_, to, static_cast<int32_t>(want), deadline);
+      const ssize_t n = ::recv(sock_, ahead_, sizeof(ahead_), 0);
+      if (n < 1) return n == 0 ? kServerPeerClosed : kServerRecvError;
+      at_ = 0;
+      have_ = static_cast<size_t>(n);
+    }
+  }
+
+ private:
+  int sock_;
+  size_t at_ = 0, have_ = 0;
+  uint8_t ahead_[4096];
+};
+
 // How sending a reply frame ended: its code, and whether the header went
 // whole (a frame whose header failed ends at once, without its stamp).
 struct Sent {
@@ -166,7 +207,7 @@ Sent send_reply(int sock, FrameHeader* hdr, uint8_t* reply, uint32_t reply_len) 
   return {sent > 0 ? kOk : sent < 0 ? kSendError : kServerSentNothing, moved >= sizeof(*hdr)};
 }
 
-int process_client_command(int sock) {
+int process_client_command(int sock, FrameReader& reader) {
   QOR_LOGD(kTag, "\n\n================");
   QOR_LOGD(kTag, "Entry");
   MallocPtr reply;
@@ -174,8 +215,8 @@ int process_client_command(int sock) {
   FrameHeader hdr;
   std::memset(&hdr, 0, sizeof(hdr));
   Deadline deadline;
-  if (const int stalled = await_frame(sock, &deadline)) return stalled;
-  int ret = server_recv_data(sock, &hdr, sizeof(hdr), &deadline);
+  if (const int stalled = await_frame(sock, reader.buffered(), &deadline)) return stalled;
+  int ret = reader.read(&hdr, sizeof(hdr), &deadline);
   QOR_LOGD(kTag, "Header data length field value :%d", hdr.data_len);
   QOR_LOGD(kTag, "Received command:%d", static_cast<int>(hdr.id));
   if (ret != kOk) {
@@ -194,7 +235,7 @@ int process_client_command(int sock) {
     QOR_LOGD(kTag, "Malloc failed");
     return kAllocFailed;
   }
-  if ((ret = server_recv_data(sock, payload.get(), hdr.data_len, &deadline)) != kOk) {
+  if ((ret = reader.read(payload.get(), hdr.data_len, &deadline)) != kOk) {
     QOR_LOGD(kTag, "Receive command data failed");
     return ret;
   }
@@ -217,9 +258,10 @@ int process_client_command(int sock) {
 }
 
 void serve_connection(int sock) {
+  FrameReader reader(sock);
   int ret;
   do {
-    ret = process_client_command(sock);
+    ret = process_client_command(sock, reader);
     QOR_LOGD(kTag, "process_client_command ret :%d", ret);
   } while (!drops_connection(ret));
 }
