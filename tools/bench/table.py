@@ -75,6 +75,51 @@ def remoted_tables(times, title):
     print()
 
 
+# The goals, judged from one run: CPU of both processes per small call
+# against the floor's (one send per frame, the least a framed exchange does)
+# and p11-kit's, the 1 MiB digest's wall time against p11-kit's, and the CPU
+# the Java natives add per PKCS#11 call over the bridge.
+SMALL = ["GenerateRandom_32B", "Digest_SHA256_1KiB", "FindObjects_triple"]
+
+
+def verdict(value, limit):
+    if value is None:
+        return "-"
+    return "met" if value <= limit else f"not met ({value - limit:+.2f}x over)"
+
+
+def goals(times, title):
+    print(f"Goals, {title}:")
+    print()
+    print("| goal | operation | measured | verdict |")
+    print("|---|---|---|---|")
+    for op in SMALL:
+        q = times.get(f"{op}/qor#cpu")
+        for other, name, limit in (("floor1", "floor (one send)", 1.2), ("p11kit", "p11-kit", 0.7)):
+            o = times.get(f"{op}/{other}#cpu")
+            r = None if q is None or o is None else q / o
+            shown = "-" if r is None else f"{r:.2f}x ({fmt(q)} vs {fmt(o)} us)"
+            print(f"| CPU <= {limit}x {name} | {op} | {shown} | {verdict(r, limit)} |")
+    q, p = times.get("Digest_SHA256_1MiB/qor"), times.get("Digest_SHA256_1MiB/p11kit")
+    r = None if q is None or p is None else q / p
+    shown = "-" if r is None else f"{r:.2f}x ({fmt(q)} vs {fmt(p)} us)"
+    print(f"| wall <= 0.85x p11-kit | Digest_SHA256_1MiB | {shown} | {verdict(r, 0.85)} |")
+    print()
+
+
+def java_goal(times):
+    ccall = times.get("JavaCall/java#cpu") or 0.0
+    print("| goal | operation | CPU the natives add per PKCS#11 call (over the bridge) | verdict |")
+    print("|---|---|---|---|")
+    for op in SMALL:
+        cb, cjb = times.get(f"{op}/bridge#cpu"), times.get(f"{op}/java-bridge#cpu")
+        add = None if cb is None or cjb is None else (cjb - ccall - cb) / CALLS[op]
+        shown = "-" if add is None else f"{add:+.2f} us"
+        ok = "-" if add is None else ("met" if add <= 1.0 else f"not met ({add - 1.0:+.2f} us over)")
+        print(f"| natives add <= 1 us CPU per call | {op} | {shown} | {ok} |")
+    print()
+
+
 def main():
     directory = sys.argv[1]
     ctx, quiet = load(directory, "quiet")
@@ -110,10 +155,15 @@ def main():
               f"| {fmt(jb)} | {diff(per_call(jb, b, op), 0.0)} | {diff(cadd, 0.0)} |")
     print()
     remoted_tables(quiet, "Unpinned")
+    pinned = None
     if os.path.exists(os.path.join(directory, "pinned.json")):
         pctx, pinned = load(directory, "pinned")
         print(f"load at the start of the pinned run: {pctx.get('load_avg', '?')}")
         remoted_tables(pinned, "Every process pinned to one CPU")
+    goals(quiet, "unpinned")
+    if pinned is not None:
+        goals(pinned, "pinned to one CPU")
+    java_goal(quiet)
     print(f"java columns: the same operations from Java through the natives, over the same "
           f"function list; the benchmark's own call into Java ({call * 1000:.0f} ns, a Java "
           f"method that does nothing) is taken off before dividing by the calls")
