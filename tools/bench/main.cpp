@@ -108,7 +108,7 @@ class Session {
       case Op::kDigest1K: return digest(1024);
       case Op::kDigest1M: return digest(1 << 20);
       case Op::kFind: {
-        typename A::CK_OBJECT_HANDLE h;
+        typename A::CK_OBJECT_HANDLE h = 0;  // its contents go on the wire
         UL count = 0;
         return find(&h, &count) == CKR_OK && count == 1;
       }
