@@ -439,8 +439,12 @@ class RemotingEndToEndTest {
   // padding gives the bytes before it, anything else the module's error.
   private static String legacyFinal(long key, byte[] previous) throws Exception {
     javax.crypto.Cipher aes = javax.crypto.Cipher.getInstance("AES/ECB/NoPadding");
-    aes.init(javax.crypto.Cipher.DECRYPT_MODE,
-        new javax.crypto.spec.SecretKeySpec((byte[]) attribute(key, CKA_VALUE), "AES"));
+    byte[] value = (byte[]) attribute(key, CKA_VALUE);
+    aes.init(javax.crypto.Cipher.DECRYPT_MODE, new javax.crypto.SecretKey() {
+      @Override public String getAlgorithm() { return "AES"; }
+      @Override public String getFormat() { return "RAW"; }
+      @Override public byte[] getEncoded() { return value.clone(); }
+    });
     byte[] kept = aes.doFinal(new byte[16]);
     for (int i = 0; i < 16; i++) kept[i] ^= previous[i];
     int pad = kept[15] & 0xff;
