@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "jvm.h"
 #include "qorpkcs11/jni/convert_mechanism.h"
@@ -48,15 +50,69 @@ struct Lookups {
   JNINativeInterface_ table_;
 };
 
-// What a sign call's natives convert both ways: info structures, a template
-// with each kind of value, a mechanism, and a failing return value.
-void convertOneCallsWorth(JNIEnv* env, jobject mechanism) {
+constexpr char kPackage[] = "com/qor/smartcard/pkcs11/";
+
+jobject newObject(JNIEnv* env, const std::string& simpleName) {
+  jclass cls = env->FindClass((kPackage + simpleName).c_str());
+  EXPECT_NE(nullptr, cls) << simpleName;
+  return cls ? env->AllocObject(cls) : nullptr;
+}
+
+void setObject(JNIEnv* env, jobject obj, const char* name, const std::string& type, jobject value) {
+  jclass cls = env->GetObjectClass(obj);
+  jfieldID id = env->GetFieldID(cls, name, type.c_str());
+  ASSERT_NE(nullptr, id) << name;
+  env->SetObjectField(obj, id, value);
+}
+
+jbyteArray bytes(JNIEnv* env, jsize n) { return env->NewByteArray(n); }
+
+// A CK_MECHANISM of the given type holding `parameter`.
+jobject mechanismOf(JNIEnv* env, CK_MECHANISM_TYPE type, jobject parameter) {
+  jobject mechanism = newObject(env, "CK_MECHANISM");
+  jclass cls = env->GetObjectClass(mechanism);
+  env->SetLongField(mechanism, env->GetFieldID(cls, "mechanism", "J"), static_cast<jlong>(type));
+  if (parameter != nullptr) setObject(env, mechanism, "pParameter", "Ljava/lang/Object;", parameter);
+  return mechanism;
+}
+
+// Mechanisms whose conversion reads every kind of parameter field: none, a
+// flat structure, a nested one with a version, and the copy-backs' fields.
+std::vector<jobject> mechanisms(JNIEnv* env) {
+  std::vector<jobject> all{mechanismOf(env, CKM_SHA256_RSA_PKCS, nullptr)};
+  jobject oaep = newObject(env, "CK_RSA_PKCS_OAEP_PARAMS");
+  setObject(env, oaep, "pSourceData", "[B", bytes(env, 4));
+  all.push_back(mechanismOf(env, CKM_RSA_PKCS_OAEP, oaep));
+  jobject random = newObject(env, "CK_SSL3_RANDOM_DATA");
+  setObject(env, random, "pClientRandom", "[B", bytes(env, 32));
+  setObject(env, random, "pServerRandom", "[B", bytes(env, 32));
+  jobject master = newObject(env, "CK_SSL3_MASTER_KEY_DERIVE_PARAMS");
+  setObject(env, master, "RandomInfo", std::string("L") + kPackage + "CK_SSL3_RANDOM_DATA;", random);
+  setObject(env, master, "pVersion", std::string("L") + kPackage + "CK_VERSION;",
+            newObject(env, "CK_VERSION"));
+  all.push_back(mechanismOf(env, CKM_SSL3_MASTER_KEY_DERIVE, master));
+  jobject pbe = newObject(env, "CK_PBE_PARAMS");
+  setObject(env, pbe, "pInitVector", "[C", env->NewCharArray(8));
+  setObject(env, pbe, "pInitVektor", "[C", env->NewCharArray(8));
+  setObject(env, pbe, "pPassword", "[C", env->NewCharArray(3));
+  all.push_back(mechanismOf(env, CKM_PBE_SHA1_DES3_EDE_CBC, pbe));
+  return all;
+}
+
+// What a call's natives convert both ways: info structures, a template
+// with each kind of value, mechanisms with their copy-backs, and a failing
+// return value.
+void convertOneCallsWorth(JNIEnv* env, const std::vector<jobject>& mechanisms) {
   CK_INFO info{};
   env->DeleteLocalRef(ckInfoPtrToJInfo(env, &info));
-  ConvertedMechanism converted;
-  ASSERT_TRUE(jMechanismToCKMechanism(env, mechanism, &converted));
-  EXPECT_EQ(CKM_SHA256_RSA_PKCS, converted.mechanism.mechanism);
-  freeCKMechanismParameter(&converted);
+  for (jobject mechanism : mechanisms) {
+    ConvertedMechanism converted;
+    ASSERT_TRUE(jMechanismToCKMechanism(env, mechanism, &converted));
+    copyBackClientVersion(env, &converted, mechanism);
+    copyBackPBEInitializationVector(env, &converted, mechanism);
+    ASSERT_FALSE(env->ExceptionCheck());
+    freeCKMechanismParameter(&converted);
+  }
   CK_ULONG keyClass = CKO_PRIVATE_KEY;
   CK_BBOOL yes = CK_TRUE;
   char label[] = "key";
@@ -82,18 +138,17 @@ TEST(KnownIdsTest, ClassesAreFoundAtLoadAndNothingIsLookedUpTwice) {
   // The VM starts (and the library's JNI_OnLoad runs) with the Java API.
   ::setenv("QOR_TEST_JAVA_API_JAR", QOR_JAVA_API_JAR, 1);
   JNIEnv* env = jni_env();
-  jclass mechanismClass = env->FindClass("com/qor/smartcard/pkcs11/CK_MECHANISM");
-  ASSERT_NE(nullptr, mechanismClass) << "the Java API is not on the test VM's class path";
-  jobject mechanism = env->AllocObject(mechanismClass);
-  env->SetLongField(mechanism, env->GetFieldID(mechanismClass, "mechanism", "J"), CKM_SHA256_RSA_PKCS);
+  ASSERT_NE(nullptr, env->FindClass("com/qor/smartcard/pkcs11/CK_MECHANISM"))
+      << "the Java API is not on the test VM's class path";
+  const std::vector<jobject> all = mechanisms(env);
   {
     // Fields and methods on first use; the classes were found at load.
     Lookups first(env);
-    convertOneCallsWorth(env, mechanism);
+    convertOneCallsWorth(env, all);
     EXPECT_EQ(0, Lookups::classes);
   }
   Lookups again(env);
-  convertOneCallsWorth(env, mechanism);
+  convertOneCallsWorth(env, all);
   EXPECT_EQ(0, Lookups::classes);
   EXPECT_EQ(0, Lookups::members);
 }

@@ -44,7 +44,8 @@ struct Member;
 struct MemberTable {
   const Member* members;
   size_t count;
-  const char* javaSignature;  // of the object that holds these fields, when nested
+  const char* javaClass;      // the class that declares these fields
+  const char* javaSignature;  // of a field holding such an object, when nested
 };
 
 struct Member {
@@ -57,8 +58,9 @@ struct Member {
 };
 
 template <size_t N>
-constexpr MemberTable table(const Member (&members)[N], const char* signature = nullptr) {
-  return MemberTable{members, N, signature};
+constexpr MemberTable table(const Member (&members)[N], const char* javaClass,
+                            const char* signature = nullptr) {
+  return MemberTable{members, N, javaClass, signature};
 }
 
 #define QOR_AT(type, member) offsetof(type, member)
@@ -71,7 +73,8 @@ const Member kRandomData[] = {
      QOR_AT(CK_SSL3_RANDOM_DATA, ulServerRandomLen)},
 };
 const MemberTable kRandomDataTable =
-    table(kRandomData, "L" QOR_PKCS11_CLASS("CK_SSL3_RANDOM_DATA") ";");
+    table(kRandomData, QOR_PKCS11_CLASS("CK_SSL3_RANDOM_DATA"),
+          "L" QOR_PKCS11_CLASS("CK_SSL3_RANDOM_DATA") ";");
 
 const Member kOaep[] = {
     {Kind::kULong, "hashAlg", QOR_AT(CK_RSA_PKCS_OAEP_PARAMS, hashAlg)},
@@ -264,9 +267,10 @@ const char* signatureOf(const Member& m) {
   return "";
 }
 
-jfieldID fieldOf(JNIEnv* env, jobject obj, const Member& m) {
-  LocalRef<jclass> cls(env, env->GetObjectClass(obj));
-  return env->GetFieldID(cls.get(), m.javaName, signatureOf(m));
+// Looked up by the declaring class, so the ID is found once (at load) and
+// serves every instance, subclasses included.
+jfieldID fieldOf(JNIEnv* env, const MemberTable& members, const Member& m) {
+  return qor::jni::knownField(env, members.javaClass, m.javaName, signatureOf(m));
 }
 
 bool fillMembers(JNIEnv* env, jobject obj, void* base, const MemberTable& members,
@@ -274,7 +278,8 @@ bool fillMembers(JNIEnv* env, jobject obj, void* base, const MemberTable& member
 
 // One member of a parameter from its Java field; lengths[i] (when given)
 // receives the size of the buffer allocated for it.
-bool fillMember(JNIEnv* env, jobject obj, void* base, const Member& m, CK_ULONG* length) {
+bool fillMember(JNIEnv* env, jobject obj, void* base, const MemberTable& members, const Member& m,
+                CK_ULONG* length) {
   if (m.kind == Kind::kKeyMatOut) {
     // Output only: IV buffers sized by the IV bits member filled before it.
     CK_ULONG bits = loadAt<CK_ULONG>(base, m.extra);
@@ -298,7 +303,7 @@ bool fillMember(JNIEnv* env, jobject obj, void* base, const Member& m, CK_ULONG*
     if (length != nullptr) *length = static_cast<CK_ULONG>(ivLength);
     return true;
   }
-  jfieldID id = fieldOf(env, obj, m);
+  jfieldID id = fieldOf(env, members, m);
   if (id == nullptr) return false;
   switch (m.kind) {
     case Kind::kULong:
@@ -365,7 +370,9 @@ bool fillMember(JNIEnv* env, jobject obj, void* base, const Member& m, CK_ULONG*
 bool fillMembers(JNIEnv* env, jobject obj, void* base, const MemberTable& members,
                  CK_ULONG* lengths) {
   for (size_t i = 0; i < members.count; ++i) {
-    if (!fillMember(env, obj, base, members.members[i], lengths ? &lengths[i] : nullptr)) return false;
+    if (!fillMember(env, obj, base, members, members.members[i], lengths ? &lengths[i] : nullptr)) {
+      return false;
+    }
   }
   return true;
 }
@@ -420,7 +427,8 @@ struct ParamClass {
   bool converter(JNIEnv* env, jobject jParam, type* ckParam) {                       \
     static_assert(sizeof(QOR_MEMBERS_##type) / sizeof(Member) <= kMaxParamMembers,  \
                   "too many members for ConvertedMechanism::lengths");               \
-    return fillMembers(env, jParam, ckParam, table(QOR_MEMBERS_##type), nullptr);    \
+    return fillMembers(env, jParam, ckParam,                                        \
+                       table(QOR_MEMBERS_##type, QOR_PKCS11_CLASS(#type)), nullptr); \
   }
 QOR_PARAM_CLASSES(QOR_DEFINE_PARAM_CONVERTER)
 #undef QOR_DEFINE_PARAM_CONVERTER
@@ -430,7 +438,7 @@ namespace {
 #define QOR_PARAM_ROW(type, converter)                                                      \
   {QOR_PKCS11_CLASS(#type), #type, sizeof(type),                                            \
    [](JNIEnv* env, jobject j, void* p) { return converter(env, j, static_cast<type*>(p)); }, \
-   table(QOR_MEMBERS_##type)},
+   table(QOR_MEMBERS_##type, QOR_PKCS11_CLASS(#type))},
 const ParamClass kParamClasses[] = {QOR_PARAM_CLASSES(QOR_PARAM_ROW)};
 #undef QOR_PARAM_ROW
 
@@ -468,16 +476,18 @@ CK_ULONG allocatedLength(const ConvertedMechanism* ck, const char* javaName) {
   return i >= 0 ? ck->lengths[i] : 0;
 }
 
-jobject getObject(JNIEnv* env, jobject obj, const char* name, const char* sig) {
-  LocalRef<jclass> cls(env, env->GetObjectClass(obj));
-  jfieldID id = env->GetFieldID(cls.get(), name, sig);
+// A field of the copy-back's parameter object, by the class it was converted as.
+jobject getObject(JNIEnv* env, const ConvertedMechanism* ck, jobject obj, const char* name,
+                  const char* sig) {
+  jfieldID id = qor::jni::knownField(env, ck->parameterClass->className, name, sig);
   return id ? env->GetObjectField(obj, id) : nullptr;
 }
 
 // Copies up to n bytes into an existing Java byte[] or char[] field.
-void copyIntoArrayField(JNIEnv* env, jobject obj, const char* name, bool chars,
-                        const CK_BYTE* bytes, CK_ULONG n) {
-  LocalRef<jarray> array(env, static_cast<jarray>(getObject(env, obj, name, chars ? "[C" : "[B")));
+void copyIntoArrayField(JNIEnv* env, const ConvertedMechanism* ck, jobject obj, const char* name,
+                        bool chars, const CK_BYTE* bytes, CK_ULONG n) {
+  LocalRef<jarray> array(env,
+                         static_cast<jarray>(getObject(env, ck, obj, name, chars ? "[C" : "[B")));
   if (!array || bytes == nullptr) return;
   CK_ULONG room = static_cast<CK_ULONG>(env->GetArrayLength(array.get()));
   CK_ULONG take = n < room ? n : room;
@@ -589,7 +599,7 @@ void copyBackPBEInitializationVector(JNIEnv* env, const ConvertedMechanism* ck,
   if (params == nullptr) return;
   auto* iv = loadAt<CK_BYTE_PTR>(params, offsetof(CK_PBE_PARAMS, pInitVector));
   // The Java field is spelled "pInitVektor"; callers read the IV from there.
-  copyIntoArrayField(env, jParam.get(), "pInitVektor", true, iv, allocatedLength(ck, "pInitVector"));
+  copyIntoArrayField(env, ck, jParam.get(), "pInitVektor", true, iv, allocatedLength(ck, "pInitVector"));
 }
 
 void copyBackSetUnwrappedKey(JNIEnv* env, const ConvertedMechanism* ck, jobject jMechanism) {
@@ -603,7 +613,7 @@ void copyBackSetUnwrappedKey(JNIEnv* env, const ConvertedMechanism* ck, jobject 
   // Never past the buffer we handed over, whatever length the module reports.
   CK_ULONG reported = loadAt<CK_ULONG>(params, offsetof(CK_KEY_WRAP_SET_OAEP_PARAMS, ulXLen));
   CK_ULONG allocated = allocatedLength(ck, "pX");
-  copyIntoArrayField(env, jParam.get(), "pX", false,
+  copyIntoArrayField(env, ck, jParam.get(), "pX", false,
                      loadAt<CK_BYTE_PTR>(params, offsetof(CK_KEY_WRAP_SET_OAEP_PARAMS, pX)),
                      reported < allocated ? reported : allocated);
 }
@@ -615,7 +625,7 @@ void copyBackClientVersion(JNIEnv* env, const ConvertedMechanism* ck, jobject jM
   if (params == nullptr) return;
   auto* version = loadAt<CK_VERSION*>(params, offsetof(CK_SSL3_MASTER_KEY_DERIVE_PARAMS, pVersion));
   LocalRef<jobject> jVersion(
-      env, getObject(env, jParam.get(), "pVersion", "L" QOR_PKCS11_CLASS("CK_VERSION") ";"));
+      env, getObject(env, ck, jParam.get(), "pVersion", "L" QOR_PKCS11_CLASS("CK_VERSION") ";"));
   if (version == nullptr || !jVersion) return;
   jfieldID major = qor::jni::knownField(env, kVersionClass, "major", "B");
   jfieldID minor = major ? qor::jni::knownField(env, kVersionClass, "minor", "B") : nullptr;
@@ -671,6 +681,24 @@ void copyBackSSLKeyMatParams(JNIEnv* env, const ConvertedMechanism* ck, jobject 
   }
 }
 
+namespace {
+
+void resolveFields(JNIEnv* env, const MemberTable& members) {
+  for (size_t i = 0; i < members.count; ++i) {
+    const Member& m = members.members[i];
+    if (m.kind == Kind::kKeyMatOut) continue;  // an output: no field is read
+    if (fieldOf(env, members, m) == nullptr) env->ExceptionClear();
+    if (m.kind == Kind::kNested) {
+      qor::jni::knownClassQuietly(env, m.nested->javaClass);
+      resolveFields(env, *m.nested);
+    }
+  }
+}
+
+}  // namespace
+
 void resolveParameterClasses(JNIEnv* env) {
-  for (const ParamClass& c : kParamClasses) qor::jni::knownClassQuietly(env, c.className);
+  for (const ParamClass& c : kParamClasses) {
+    if (qor::jni::knownClassQuietly(env, c.className) != nullptr) resolveFields(env, c.members);
+  }
 }

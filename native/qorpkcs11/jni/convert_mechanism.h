@@ -57,7 +57,8 @@ struct ConvertedMechanism {
 
 // False when an exception is pending (nothing is then held).
 bool jMechanismToCKMechanism(JNIEnv* env, jobject jMechanism, ConvertedMechanism* out);
-// Looks up every mechanism parameter class the loader can see (at load).
+// Looks up every mechanism parameter class the loader can see, and the
+// fields the conversions read of each (at load).
 void resolveParameterClasses(JNIEnv* env);
 bool jMechanismParameterToCKMechanismParameter(JNIEnv* env, jobject jParam,
                                                ConvertedMechanism* out);
