@@ -139,56 +139,64 @@ constexpr TransformLines C_SignFinal{Frame{}.logsEntry().rvWithResponse("C_SignF
 namespace sent = qor::protocol::sent;
 
 // The member pointers of a Transform, spelled from the message and field names.
-#define QOR_OUTPUT_FIELDS(fn, field, out, outLen)                                                       \
-  &pkcs11::fn::mutable_##out, &pkcs11::fn::set_##outLen,                                                \
-      Reply<pkcs11::fn##_Response>{&Result::has_##field##_response, &Result::field##_response},         \
+#define QOR_OUTPUT_FIELDS(fn, field, out, outLen)                                               \
+  &pkcs11::fn::mutable_##out, &pkcs11::fn::set_##outLen,                                        \
+      Reply<pkcs11::fn##_Response>{&Result::has_##field##_response, &Result::field##_response}, \
       &pkcs11::fn##_Response::out, &pkcs11::fn##_Response::outLen
 
 }  // namespace
 
-#define QOR_PROXY_IN_OUT(fn, field, in, inLen, out, outLen, sizing)                                    \
-  CK_RV fn(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pIn, CK_ULONG ulInLen, CK_BYTE_PTR pOut,           \
-           CK_ULONG_PTR pulOutLen) {                                                                   \
-    static constexpr Transform<pkcs11::fn, pkcs11::fn##_Response> kRow{                                \
-        lines::fn.frame.named(sent::fn), lines::fn.length, &Op::mutable_##field,                       \
-        &pkcs11::fn::mutable_##in, &pkcs11::fn::set_##inLen, QOR_OUTPUT_FIELDS(fn, field, out, outLen)}; \
-    return transform(kRow, hSession, pIn, ulInLen, pOut, pulOutLen);                                   \
+#define QOR_PROXY_IN_OUT(name, field, in, inLen, out, outLen, sizing)                             \
+  CK_RV C_##name(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pIn, CK_ULONG ulInLen, CK_BYTE_PTR pOut, \
+                 CK_ULONG_PTR pulOutLen) {                                                        \
+    static constexpr Transform<pkcs11::C_##name, pkcs11::C_##name##_Response> kRow{               \
+        lines::C_##name.frame.named(sent::C_##name),                                              \
+        lines::C_##name.length,                                                                   \
+        &Op::mutable_##field,                                                                     \
+        &pkcs11::C_##name::mutable_##in,                                                          \
+        &pkcs11::C_##name::set_##inLen,                                                           \
+        QOR_OUTPUT_FIELDS(C_##name, field, out, outLen)};                                         \
+    return transform(kRow, hSession, pIn, ulInLen, pOut, pulOutLen);                              \
   }
 QOR_IN_OUT_CALLS(QOR_PROXY_IN_OUT)
 #undef QOR_PROXY_IN_OUT
 
-#define QOR_PROXY_FINAL(fn, field, out, outLen)                                                      \
-  CK_RV fn(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOut, CK_ULONG_PTR pulOutLen) {                   \
-    static constexpr Transform<pkcs11::fn, pkcs11::fn##_Response> kRow{                              \
-        lines::fn.frame.named(sent::fn), lines::fn.length, &Op::mutable_##field, nullptr, nullptr,   \
-        QOR_OUTPUT_FIELDS(fn, field, out, outLen)};                                                  \
-    return transform(kRow, hSession, nullptr, 0, pOut, pulOutLen);                                   \
+#define QOR_PROXY_FINAL(name, field, out, outLen)                                        \
+  CK_RV C_##name(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOut, CK_ULONG_PTR pulOutLen) { \
+    static constexpr Transform<pkcs11::C_##name, pkcs11::C_##name##_Response> kRow{      \
+        lines::C_##name.frame.named(sent::C_##name),                                     \
+        lines::C_##name.length,                                                          \
+        &Op::mutable_##field,                                                            \
+        nullptr,                                                                         \
+        nullptr,                                                                         \
+        QOR_OUTPUT_FIELDS(C_##name, field, out, outLen)};                                \
+    return transform(kRow, hSession, nullptr, 0, pOut, pulOutLen);                       \
   }
 QOR_FINAL_CALLS(QOR_PROXY_FINAL)
 #undef QOR_PROXY_FINAL
 #undef QOR_OUTPUT_FIELDS
 
-#define QOR_PROXY_INPUT(fn, field, in, inLen)                                                  \
-  CK_RV fn(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pIn, CK_ULONG ulInLen) {                    \
-    static constexpr Frame kFrame = lines::fn.named(sent::fn);                                 \
-    return input(kFrame, &Op::mutable_##field, &pkcs11::fn::mutable_##in, &pkcs11::fn::set_##inLen, \
-                 hSession, pIn, ulInLen);                                                      \
+#define QOR_PROXY_INPUT(name, field, in, inLen)                                   \
+  CK_RV C_##name(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pIn, CK_ULONG ulInLen) { \
+    static constexpr Frame kFrame = lines::C_##name.named(sent::C_##name);        \
+    return input(kFrame, &Op::mutable_##field, &pkcs11::C_##name::mutable_##in,   \
+                 &pkcs11::C_##name::set_##inLen, hSession, pIn, ulInLen);         \
   }
 QOR_INPUT_CALLS(QOR_PROXY_INPUT)
 #undef QOR_PROXY_INPUT
 
-#define QOR_PROXY_INIT(fn, field)                                                                     \
-  CK_RV fn(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey) {          \
-    static constexpr Frame kFrame = lines::fn.named(sent::fn);                                        \
-    return initWithKey(kFrame, &Op::mutable_##field, hSession, pMechanism, hKey);                     \
+#define QOR_PROXY_INIT(name, field)                                                                \
+  CK_RV C_##name(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey) { \
+    static constexpr Frame kFrame = lines::C_##name.named(sent::C_##name);                         \
+    return initWithKey(kFrame, &Op::mutable_##field, hSession, pMechanism, hKey);                  \
   }
 QOR_INIT_CALLS(QOR_PROXY_INIT)
 #undef QOR_PROXY_INIT
 
-#define QOR_PROXY_SESSION(fn, field)                                     \
-  CK_RV fn(CK_SESSION_HANDLE hSession) {                                 \
-    static constexpr Frame kFrame = lines::fn.named(sent::fn);           \
-    return sessionOnly(kFrame, &Op::mutable_##field, hSession);          \
+#define QOR_PROXY_SESSION(name, field)                                     \
+  CK_RV C_##name(CK_SESSION_HANDLE hSession) {                             \
+    static constexpr Frame kFrame = lines::C_##name.named(sent::C_##name); \
+    return sessionOnly(kFrame, &Op::mutable_##field, hSession);            \
   }
 QOR_SESSION_CALLS(QOR_PROXY_SESSION)
 #undef QOR_PROXY_SESSION

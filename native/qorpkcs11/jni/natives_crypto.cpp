@@ -3,6 +3,7 @@
 // natives are stamped out from the tables at the end of this file.
 #include "qorpkcs11/jni/convert_mechanism.h"
 #include "qorpkcs11/jni/natives_common.h"
+#include "qorpkcs11/protocol/calls.h"
 
 using namespace qor::jni;
 
@@ -79,33 +80,39 @@ void dataIn(JNIEnv* env, jobject self, const char* native, Entry entry, jlong hS
 
 }  // namespace
 
-#define QOR_INIT_WITH_KEY(name)                                                                         \
-  QOR_NATIVE(void, C_1##name)(JNIEnv * env, jobject self, jlong hSession, jobject jMechanism, jlong hKey) { \
-    initOperation(env, self, __func__, QOR_ENTRY(C_##name), hSession, jMechanism, hKey);        \
+// The families the calls table shares with both ends of the wire.
+#define QOR_INIT_WITH_KEY(name, field)                                                        \
+  QOR_NATIVE(void, C_1##name)(JNIEnv * env, jobject self, jlong hSession, jobject jMechanism, \
+                              jlong hKey) {                                                   \
+    initOperation(env, self, __func__, QOR_ENTRY(C_##name), hSession, jMechanism, hKey);      \
   }
-#define QOR_QUERIED(name)                                                                       \
-  QOR_NATIVE(jbyteArray, C_1##name)(JNIEnv * env, jobject self, jlong hSession, jbyteArray jIn) { \
-    return dataInQueriedOut(env, self, __func__, QOR_ENTRY(C_##name), hSession, jIn);    \
+QOR_INIT_CALLS(QOR_INIT_WITH_KEY)
+#undef QOR_INIT_WITH_KEY
+
+#define QOR_FINAL(name, field, out, outLength)                                    \
+  QOR_NATIVE(jbyteArray, C_1##name)(JNIEnv * env, jobject self, jlong hSession) { \
+    return queriedOut(env, self, __func__, QOR_ENTRY(C_##name), hSession);        \
   }
-#define QOR_FINAL(name)                                                            \
-  QOR_NATIVE(jbyteArray, C_1##name)(JNIEnv * env, jobject self, jlong hSession) {  \
-    return queriedOut(env, self, __func__, QOR_ENTRY(C_##name), hSession); \
-  }
-#define QOR_DATA_IN(name)                                                                 \
+QOR_FINAL_CALLS(QOR_FINAL)
+#undef QOR_FINAL
+
+#define QOR_DATA_IN(name, field, in, inLength)                                              \
   QOR_NATIVE(void, C_1##name)(JNIEnv * env, jobject self, jlong hSession, jbyteArray jIn) { \
-    dataIn(env, self, __func__, QOR_ENTRY(C_##name), hSession, jIn);                \
+    dataIn(env, self, __func__, QOR_ENTRY(C_##name), hSession, jIn);                        \
+  }
+QOR_INPUT_CALLS(QOR_DATA_IN)
+#undef QOR_DATA_IN
+
+// Of the in-out family the natives size outputs their own way: a fixed
+// buffer where deployed Java callers never queried, else a length query.
+#define QOR_QUERIED(name)                                                                         \
+  QOR_NATIVE(jbyteArray, C_1##name)(JNIEnv * env, jobject self, jlong hSession, jbyteArray jIn) { \
+    return dataInQueriedOut(env, self, __func__, QOR_ENTRY(C_##name), hSession, jIn);             \
   }
 #define QOR_FIXED(name, capacity)                                                                 \
-  QOR_NATIVE(jbyteArray, C_1##name)(JNIEnv * env, jobject self, jlong hSession, jbyteArray jIn) {   \
-    return dataInFixedOut(env, self, __func__, QOR_ENTRY(C_##name), hSession, jIn, capacity); \
+  QOR_NATIVE(jbyteArray, C_1##name)(JNIEnv * env, jobject self, jlong hSession, jbyteArray jIn) { \
+    return dataInFixedOut(env, self, __func__, QOR_ENTRY(C_##name), hSession, jIn, capacity);     \
   }
-
-QOR_INIT_WITH_KEY(EncryptInit)
-QOR_INIT_WITH_KEY(DecryptInit)
-QOR_INIT_WITH_KEY(SignInit)
-QOR_INIT_WITH_KEY(SignRecoverInit)
-QOR_INIT_WITH_KEY(VerifyInit)
-QOR_INIT_WITH_KEY(VerifyRecoverInit)
 
 QOR_FIXED(Encrypt, kEncryptCapacity)
 QOR_FIXED(Decrypt, kEncryptCapacity)
@@ -119,16 +126,6 @@ QOR_QUERIED(DigestEncryptUpdate)
 QOR_QUERIED(DecryptDigestUpdate)
 QOR_QUERIED(SignEncryptUpdate)
 QOR_QUERIED(DecryptVerifyUpdate)
-
-QOR_FINAL(EncryptFinal)
-QOR_FINAL(DecryptFinal)
-QOR_FINAL(DigestFinal)
-QOR_FINAL(SignFinal)
-
-QOR_DATA_IN(DigestUpdate)
-QOR_DATA_IN(SignUpdate)
-QOR_DATA_IN(VerifyUpdate)
-QOR_DATA_IN(VerifyFinal)
 
 QOR_NATIVE(void, C_1DigestInit)(JNIEnv* env, jobject self, jlong hSession, jobject jMechanism) {
   CK_FUNCTION_LIST_PTR f = boundFunctions(env, self, __func__);

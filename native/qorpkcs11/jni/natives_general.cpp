@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "qorpkcs11/jni/natives_common.h"
+#include "qorpkcs11/protocol/calls.h"
 
 using namespace qor::jni;
 using qor::log::kJni;
@@ -134,10 +135,14 @@ QOR_NATIVE(jlong, C_1OpenSession)(JNIEnv* env, jobject self, jlong slotID, jlong
   return toJ(session);
 }
 
-QOR_NATIVE(void, C_1CloseSession)(JNIEnv* env, jobject self, jlong hSession) {
-  CK_FUNCTION_LIST_PTR f = boundFunctions(env, self, __func__);
-  if (f != nullptr) ckAssertReturnValueOK(env, callModule(f->C_CloseSession, toCk(hSession)));
-}
+// A session handle alone, as the calls table lists them.
+#define QOR_SESSION_ONLY(name, field)                                                      \
+  QOR_NATIVE(void, C_1##name)(JNIEnv * env, jobject self, jlong hSession) {                \
+    CK_FUNCTION_LIST_PTR f = boundFunctions(env, self, __func__);                          \
+    if (f != nullptr) ckAssertReturnValueOK(env, callModule(f->C_##name, toCk(hSession))); \
+  }
+QOR_SESSION_CALLS(QOR_SESSION_ONLY)
+#undef QOR_SESSION_ONLY
 
 QOR_NATIVE(void, C_1CloseAllSessions)(JNIEnv* env, jobject self, jlong slotID) {
   CK_FUNCTION_LIST_PTR f = boundFunctions(env, self, __func__);
@@ -175,20 +180,6 @@ QOR_NATIVE(void, C_1Login)(JNIEnv* env, jobject self, jlong hSession, jlong user
   ckAssertReturnValueOK(env, callModule(f->C_Login, toCk(hSession), toCk(userType), pin.get(), pin.length()));
 }
 
-QOR_NATIVE(void, C_1Logout)(JNIEnv* env, jobject self, jlong hSession) {
-  CK_FUNCTION_LIST_PTR f = boundFunctions(env, self, __func__);
-  if (f != nullptr) ckAssertReturnValueOK(env, callModule(f->C_Logout, toCk(hSession)));
-}
-
-QOR_NATIVE(void, C_1GetFunctionStatus)(JNIEnv* env, jobject self, jlong hSession) {
-  CK_FUNCTION_LIST_PTR f = boundFunctions(env, self, __func__);
-  if (f != nullptr) ckAssertReturnValueOK(env, callModule(f->C_GetFunctionStatus, toCk(hSession)));
-}
-
-QOR_NATIVE(void, C_1CancelFunction)(JNIEnv* env, jobject self, jlong hSession) {
-  CK_FUNCTION_LIST_PTR f = boundFunctions(env, self, __func__);
-  if (f != nullptr) ckAssertReturnValueOK(env, callModule(f->C_CancelFunction, toCk(hSession)));
-}
 
 QOR_NATIVE(jlong, C_1WaitForSlotEvent)(JNIEnv* env, jobject self, jlong flags) {
   CK_FUNCTION_LIST_PTR f = boundFunctions(env, self, __func__);

@@ -82,7 +82,11 @@
   X(C_CancelFunction, C_CancelFunction, C_CancelFunction, C_CancelFunction)                            \
   X(C_WaitForSlotEvent, C_WaitForSlotEvent, C_WaitForSlotEvent, C_WaitForSlotEvent)
 
-// Input bytes in, output bytes out: X(function, Operation field, input,
+// The families below name a function without its C_: the Java natives'
+// exported names (C_1<name>) are built from it, and the preprocessor can join
+// names but not cut them. Every other column is the same on both ends.
+
+// Input bytes in, output bytes out: X(name, Operation field, input,
 // input length, output, output length, input sizing). The reply names its
 // output fields as the request does. A null output buffer goes out as a
 // capacity of 0 (a length query).
@@ -91,54 +95,54 @@
 // length filled from the input (deployed servers serve the multi-part and
 // recover functions so; the module still reads the input's length).
 #define QOR_IN_OUT_CALLS(X)                                                                      \
-  X(C_Encrypt, c_encrypt, pdata, uldatalen, pencrypteddata, pulencrypteddatalen, kOwn)           \
-  X(C_Decrypt, c_decrypt, pencrypteddata, ulencrypteddatalen, pdata, puldatalen, kOwn)           \
-  X(C_Digest, c_digest, pdata, uldatalen, pdigest, puldigestlen, kOwn)                           \
-  X(C_Sign, c_sign, pdata, uldatalen, psignature, pulsignaturelen, kOwn)                         \
-  X(C_SignRecover, c_signrecover, pdata, uldatalen, psignature, pulsignaturelen, kOutput)        \
-  X(C_VerifyRecover, c_verifyrecover, psignature, ulsignaturelen, pdata, puldatalen, kOutput)    \
-  X(C_EncryptUpdate, c_encryptupdate, ppart, ulpartlen, pencryptedpart, pulencryptedpartlen,     \
+  X(Encrypt, c_encrypt, pdata, uldatalen, pencrypteddata, pulencrypteddatalen, kOwn)           \
+  X(Decrypt, c_decrypt, pencrypteddata, ulencrypteddatalen, pdata, puldatalen, kOwn)           \
+  X(Digest, c_digest, pdata, uldatalen, pdigest, puldigestlen, kOwn)                           \
+  X(Sign, c_sign, pdata, uldatalen, psignature, pulsignaturelen, kOwn)                         \
+  X(SignRecover, c_signrecover, pdata, uldatalen, psignature, pulsignaturelen, kOutput)        \
+  X(VerifyRecover, c_verifyrecover, psignature, ulsignaturelen, pdata, puldatalen, kOutput)    \
+  X(EncryptUpdate, c_encryptupdate, ppart, ulpartlen, pencryptedpart, pulencryptedpartlen,     \
     kOutput)                                                                                     \
-  X(C_DecryptUpdate, c_decryptupdate, pencryptedpart, ulencryptedpartlen, ppart, pulpartlen,     \
+  X(DecryptUpdate, c_decryptupdate, pencryptedpart, ulencryptedpartlen, ppart, pulpartlen,     \
     kOutput)                                                                                     \
-  X(C_DigestEncryptUpdate, c_digestencryptupdate, ppart, ulpartlen, pencryptedpart,              \
+  X(DigestEncryptUpdate, c_digestencryptupdate, ppart, ulpartlen, pencryptedpart,              \
     pulencryptedpartlen, kOutput)                                                                \
-  X(C_DecryptDigestUpdate, c_decryptdigestupdate, pencryptedpart, ulencryptedpartlen, ppart,     \
+  X(DecryptDigestUpdate, c_decryptdigestupdate, pencryptedpart, ulencryptedpartlen, ppart,     \
     pulpartlen, kOutput)                                                                         \
-  X(C_SignEncryptUpdate, c_signencryptupdate, ppart, ulpartlen, pencryptedpart,                  \
+  X(SignEncryptUpdate, c_signencryptupdate, ppart, ulpartlen, pencryptedpart,                  \
     pulencryptedpartlen, kOutput)                                                                \
-  X(C_DecryptVerifyUpdate, c_decryptverifyupdate, pencryptedpart, ulencryptedpartlen, ppart,     \
+  X(DecryptVerifyUpdate, c_decryptverifyupdate, pencryptedpart, ulencryptedpartlen, ppart,     \
     pulpartlen, kOutput)
 
-// Output bytes only: X(function, Operation field, output, output length).
+// Output bytes only: X(name, Operation field, output, output length).
 #define QOR_FINAL_CALLS(X)                                                      \
-  X(C_EncryptFinal, c_encryptfinal, plastencryptedpart, pullastencryptedpartlen) \
-  X(C_DecryptFinal, c_decryptfinal, plastpart, pullastpartlen)                   \
-  X(C_DigestFinal, c_digestfinal, pdigest, puldigestlen)                         \
-  X(C_SignFinal, c_signfinal, psignature, pulsignaturelen)
+  X(EncryptFinal, c_encryptfinal, plastencryptedpart, pullastencryptedpartlen) \
+  X(DecryptFinal, c_decryptfinal, plastpart, pullastpartlen)                   \
+  X(DigestFinal, c_digestfinal, pdigest, puldigestlen)                         \
+  X(SignFinal, c_signfinal, psignature, pulsignaturelen)
 
-// Input bytes only, sent whole: X(function, Operation field, input, input length).
+// Input bytes only, sent whole: X(name, Operation field, input, input length).
 #define QOR_INPUT_CALLS(X)                                       \
-  X(C_DigestUpdate, c_digestupdate, ppart, ulpartlen)            \
-  X(C_SignUpdate, c_signupdate, ppart, ulpartlen)                \
-  X(C_VerifyUpdate, c_verifyupdate, ppart, ulpartlen)            \
-  X(C_VerifyFinal, c_verifyfinal, psignature, ulsignaturelen)
+  X(DigestUpdate, c_digestupdate, ppart, ulpartlen)            \
+  X(SignUpdate, c_signupdate, ppart, ulpartlen)                \
+  X(VerifyUpdate, c_verifyupdate, ppart, ulpartlen)            \
+  X(VerifyFinal, c_verifyfinal, psignature, ulsignaturelen)
 
-// A mechanism and a key: X(function, Operation field).
+// A mechanism and a key: X(name, Operation field).
 #define QOR_INIT_CALLS(X)                          \
-  X(C_EncryptInit, c_encryptinit)                  \
-  X(C_DecryptInit, c_decryptinit)                  \
-  X(C_SignInit, c_signinit)                        \
-  X(C_VerifyInit, c_verifyinit)                    \
-  X(C_SignRecoverInit, c_signrecoverinit)          \
-  X(C_VerifyRecoverInit, c_verifyrecoverinit)
+  X(EncryptInit, c_encryptinit)                  \
+  X(DecryptInit, c_decryptinit)                  \
+  X(SignInit, c_signinit)                        \
+  X(VerifyInit, c_verifyinit)                    \
+  X(SignRecoverInit, c_signrecoverinit)          \
+  X(VerifyRecoverInit, c_verifyrecoverinit)
 
-// A session handle alone: X(function, Operation field).
+// A session handle alone: X(name, Operation field).
 #define QOR_SESSION_CALLS(X)                        \
-  X(C_CloseSession, c_closesession)                 \
-  X(C_Logout, c_logout)                             \
-  X(C_GetFunctionStatus, c_getfunctionstatus)       \
-  X(C_CancelFunction, c_cancelfunction)
+  X(CloseSession, c_closesession)                 \
+  X(Logout, c_logout)                             \
+  X(GetFunctionStatus, c_getfunctionstatus)       \
+  X(CancelFunction, c_cancelfunction)
 
 namespace qor::protocol {
 

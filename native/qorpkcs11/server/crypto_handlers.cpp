@@ -229,58 +229,58 @@ constexpr bool C_VerifyFinal = true;
 
 }  // namespace
 
-#define QOR_SERVE_IN_OUT(op, field, in, inLength, out, outLength, sizing)          \
-  std::string op##_Server(const std::string& request) {                            \
-    QOR_ROUTED_AS_ITSELF(op);                                                      \
-    using Request = pkcs11::op;                                                    \
-    using Response = pkcs11::op##_Response;                                        \
-    static const InOut<Request, Response> row{                                     \
-        #op,                                                                       \
-        &Operation::field,                                                         \
-        QOR_MEMBER(op),                                                            \
-        &Request::in,                                                              \
-        &Request::inLength,                                                        \
-        &Request::outLength,                                                       \
-        Sizing::sizing,                                                            \
-        {&OperationResult::mutable_##field##_response, &Response::mutable_##out,   \
-         &Response::set_##outLength, lines::op.word},                              \
-        lines::op.notes};                                                          \
-    return serve_in_out(request, row);                                             \
+#define QOR_SERVE_IN_OUT(name, field, in, inLength, out, outLength, sizing)      \
+  std::string C_##name##_Server(const std::string& request) {                    \
+    QOR_ROUTED_AS_ITSELF(C_##name);                                              \
+    using Request = pkcs11::C_##name;                                            \
+    using Response = pkcs11::C_##name##_Response;                                \
+    static const InOut<Request, Response> row{                                   \
+        "C_" #name,                                                              \
+        &Operation::field,                                                       \
+        QOR_MEMBER(C_##name),                                                    \
+        &Request::in,                                                            \
+        &Request::inLength,                                                      \
+        &Request::outLength,                                                     \
+        Sizing::sizing,                                                          \
+        {&OperationResult::mutable_##field##_response, &Response::mutable_##out, \
+         &Response::set_##outLength, lines::C_##name.word},                      \
+        lines::C_##name.notes};                                                  \
+    return serve_in_out(request, row);                                           \
   }
 QOR_IN_OUT_CALLS(QOR_SERVE_IN_OUT)
 #undef QOR_SERVE_IN_OUT
 
-#define QOR_SERVE_FINAL(op, field, out, outLength)                                 \
-  std::string op##_Server(const std::string& request) {                            \
-    QOR_ROUTED_AS_ITSELF(op);                                                      \
-    using Request = pkcs11::op;                                                    \
-    using Response = pkcs11::op##_Response;                                        \
-    static const Final<Request, Response> row{                                     \
-        #op,                                                                       \
-        &Operation::field,                                                         \
-        QOR_MEMBER(op),                                                            \
-        &Request::outLength,                                                       \
-        {&OperationResult::mutable_##field##_response, &Response::mutable_##out,   \
-         &Response::set_##outLength, lines::op.word},                              \
-        lines::op.notes};                                                          \
-    return serve_final(request, row);                                              \
+#define QOR_SERVE_FINAL(name, field, out, outLength)                             \
+  std::string C_##name##_Server(const std::string& request) {                    \
+    QOR_ROUTED_AS_ITSELF(C_##name);                                              \
+    using Request = pkcs11::C_##name;                                            \
+    using Response = pkcs11::C_##name##_Response;                                \
+    static const Final<Request, Response> row{                                   \
+        "C_" #name,                                                              \
+        &Operation::field,                                                       \
+        QOR_MEMBER(C_##name),                                                    \
+        &Request::outLength,                                                     \
+        {&OperationResult::mutable_##field##_response, &Response::mutable_##out, \
+         &Response::set_##outLength, lines::C_##name.word},                      \
+        lines::C_##name.notes};                                                  \
+    return serve_final(request, row);                                            \
   }
 QOR_FINAL_CALLS(QOR_SERVE_FINAL)
 #undef QOR_SERVE_FINAL
 
-#define QOR_SERVE_INPUT(op, field, in, inLength)                                             \
-  std::string op##_Server(const std::string& request) {                                      \
-    QOR_ROUTED_AS_ITSELF(op);                                                                \
-    return serve_input(request, #op, &Operation::field, QOR_MEMBER(op), &pkcs11::op::in,     \
-                       &pkcs11::op::inLength, #in, lines::op);                               \
+#define QOR_SERVE_INPUT(name, field, in, inLength)                                                \
+  std::string C_##name##_Server(const std::string& request) {                                     \
+    QOR_ROUTED_AS_ITSELF(C_##name);                                                               \
+    return serve_input(request, "C_" #name, &Operation::field, QOR_MEMBER(C_##name),              \
+                       &pkcs11::C_##name::in, &pkcs11::C_##name::inLength, #in, lines::C_##name); \
   }
 QOR_INPUT_CALLS(QOR_SERVE_INPUT)
 #undef QOR_SERVE_INPUT
 
-#define QOR_SERVE_INIT(op, field)                                       \
-  std::string op##_Server(const std::string& request) {                 \
-    QOR_ROUTED_AS_ITSELF(op);                                           \
-    return serve_init(request, #op, &Operation::field, QOR_MEMBER(op)); \
+#define QOR_SERVE_INIT(name, field)                                                  \
+  std::string C_##name##_Server(const std::string& request) {                        \
+    QOR_ROUTED_AS_ITSELF(C_##name);                                                  \
+    return serve_init(request, "C_" #name, &Operation::field, QOR_MEMBER(C_##name)); \
   }
 QOR_INIT_CALLS(QOR_SERVE_INIT)
 #undef QOR_SERVE_INIT

@@ -337,6 +337,6 @@ std::string C_WaitForSlotEvent_Server(const std::string& request) {
 
 QOR_SERVE_HANDLES(C_CloseAllSessions, c_closeallsessions, kReturnValue, ul(req.slotid()))
 
-#define QOR_SERVE_SESSION(op, field) QOR_SERVE_HANDLES(op, field, kReturnValue, ul(req.hsession()))
+#define QOR_SERVE_SESSION(name, field) QOR_SERVE_HANDLES(C_##name, field, kReturnValue, ul(req.hsession()))
 QOR_SESSION_CALLS(QOR_SERVE_SESSION)
 #undef QOR_SERVE_SESSION
