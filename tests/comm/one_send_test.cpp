@@ -136,24 +136,27 @@ TEST(SendAllPartsTest, GoesOnWhereAPartialSendStopped) {
   Fd sender(pair[0]), reader(pair[1]);
   const int small = 4096;
   ::setsockopt(sender.get(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
-  const timeval wait{0, 300000};
+  const timeval wait{0, 500000};
   ::setsockopt(sender.get(), SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait);
 
   const Bytes a = pattern(3, 1), b = pattern(size_t{1} << 20, 2), c = pattern(70001, 3);
   const Bytes whole = a + b + c;
   Bytes got;
+  LogCapture logs;
   std::thread slow([&] {
     uint8_t chunk[2048];
     while (got.size() < whole.size()) {
       const ssize_t n = ::recv(reader.get(), chunk, sizeof chunk, 0);
       if (n <= 0) break;
-      // Once, inside the large part, longer than the sender waits (its
-      // send returns what went) and shorter than two waits.
-      if (got.size() < 200000 && got.size() + n >= 200000) ::usleep(450000);
+      // Once, inside the large part, stop reading until the sender's first
+      // send has returned what went (its wait times out): waiting on that,
+      // not on a clock, holds on a slow or busy machine too.
+      if (got.size() < 200000 && got.size() + n >= 200000) {
+        for (int i = 0; i < 1000 && logs.messages("test").empty(); ++i) ::usleep(10000);
+      }
       got.insert(got.end(), chunk, chunk + n);
     }
   });
-  LogCapture logs;
   iovec parts[4] = {{const_cast<uint8_t*>(a.data()), a.size()},
                     {nullptr, 0},
                     {const_cast<uint8_t*>(b.data()), b.size()},
