@@ -87,7 +87,6 @@ class ReplySink {
   void* bytes_ = nullptr;
   uint32_t size_ = 0;
   bool taken_ = false;
-  friend class Call;
 };
 
 // Parses into the global operation; a failure is logged and otherwise
