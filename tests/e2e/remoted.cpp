@@ -3,9 +3,12 @@
 #include <dlfcn.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "jvm.h"
@@ -37,11 +40,26 @@ namespace {
   for (;;) ::pause();
 }
 
+pid_t gServer = 0;
+
 }  // namespace
+
+std::string ViaRemoting::serverState() {
+  if (gServer <= 0) return "no serving process was started";
+  int status = 0;
+  const pid_t ended = ::waitpid(gServer, &status, WNOHANG);
+  if (ended == 0) return "the serving process is still running";
+  if (ended < 0) return std::string("the serving process cannot be asked: ") + std::strerror(errno);
+  if (WIFSIGNALED(status))
+    return "the serving process was killed by signal " + std::to_string(WTERMSIG(status)) + " (" +
+           ::strsignal(WTERMSIG(status)) + ")";
+  return "the serving process exited with " + std::to_string(WEXITSTATUS(status));
+}
 
 abi::Target::CK_FUNCTION_LIST* ViaRemoting::open() {
   static const std::string name = "@qor-remoted-" + std::to_string(::getpid());
   const pid_t server = ::fork();
+  gServer = server;
   if (server == 0) serve(name);
   if (server < 0) {
     ADD_FAILURE() << "fork failed";

@@ -4,6 +4,8 @@
 // library's client proxies connected to it.
 #pragma once
 
+#include <string>
+
 #include "token.h"
 
 namespace qor::test {
@@ -16,6 +18,9 @@ struct ViaRemoting {
   // Set before the first open: the serving process ignores the extended
   // protocol's marker, as a deployed server does.
   static inline bool standInForDeployed = false;
+  // How the serving process stands, for a failure message: still running,
+  // or how it ended (a set-up failure exits 3 with its reason on stderr).
+  static std::string serverState();
 };
 
 }  // namespace qor::test

@@ -23,6 +23,10 @@ class RemotedExtendedTest : public TokenTest<ViaRemoting>,
     ViaRemoting::standInForDeployed = GetParam() == Server::kDeployed;
     qorpkcs11_client_set_extensions(1);
     TokenTest::SetUp();
+    if (HasFatalFailure()) {
+      ADD_FAILURE() << ViaRemoting::serverState();
+      return;
+    }
     extended_ = qorpkcs11_client_extended_peer() == 1;
     ASSERT_EQ(GetParam() == Server::kExtended, extended_);
   }

@@ -9,6 +9,11 @@ namespace {
 
 class RemotedTokenTest : public TokenTest<ViaRemoting> {
  protected:
+  void SetUp() override {
+    TokenTest::SetUp();
+    if (HasFatalFailure()) ADD_FAILURE() << ViaRemoting::serverState();
+  }
+
   // A length query that says it has room (as callers often leave *pulLen),
   // then the fetch into a buffer of the length it reported.
   template <class Fn>
