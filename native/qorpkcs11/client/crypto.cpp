@@ -51,6 +51,6 @@ CK_RV C_Verify(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen
       },
       reply(&Result::has_c_verify_response, &Result::c_verify_response),
       [&](const pkcs11::C_Verify_Response& r, CK_RV&) {
-        copyBounded(pSignature, ulSignatureLen, r.psignature(), ck(r.ulsignaturelen()));
+        copyBounded(pSignature, ulSignatureLen, r.psignature(), ul(r.ulsignaturelen()));
       });
 }

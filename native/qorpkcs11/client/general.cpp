@@ -76,12 +76,12 @@ void putList(WireList* out, const CK_ULONG* list, CK_ULONG count, const ListLine
 void takeList(const WireList& in, int32_t stated, CK_ULONG* list, CK_ULONG capacity,
               CK_ULONG_PTR pulCount, const ListLines& lines) {
   QOR_LOGD(kClient, "%s", lines.present);
-  *pulCount = ck(stated);
+  *pulCount = ul(stated);
   QOR_LOGD(kClient, "pul count = %u", *pulCount);
   if (!list || in.empty() || stated < 1) return;
-  const CK_ULONG n = std::min<CK_ULONG>({ck(stated), capacity, static_cast<CK_ULONG>(in.size())});
+  const CK_ULONG n = std::min<CK_ULONG>({ul(stated), capacity, static_cast<CK_ULONG>(in.size())});
   for (CK_ULONG i = 0; i < n; ++i) {
-    list[i] = ck(in.Get(static_cast<int>(i)));
+    list[i] = ul(in.Get(static_cast<int>(i)));
     QOR_LOGD(kClient, lines.item, list[i]);
   }
 }
@@ -102,13 +102,7 @@ CK_RV C_GetInfo(CK_INFO_PTR pInfo) {
   if (!pInfo) return CKR_ARGUMENTS_BAD;
   return call(kGetInfo, [](Op&) {}, reply(&Result::has_c_getinfo_response, &Result::c_getinfo_response),
               [&](const pkcs11::C_GetInfo_Response& r, CK_RV&) {
-                const pkcs11::CK_INFO& w = r.pinfo();
-                takeVersion(pInfo->cryptokiVersion, w.cryptokiversion());
-                takeText(pInfo->manufacturerID, sizeof(pInfo->manufacturerID), w.manufacturerid());
-                pInfo->flags = w.flags();
-                takeText(pInfo->libraryDescription, sizeof(pInfo->libraryDescription),
-                         w.librarydescription());
-                takeVersion(pInfo->libraryVersion, w.libraryversion());
+                take(r.pinfo(), pInfo);
               });
 }
 
@@ -155,12 +149,7 @@ CK_RV C_GetSlotInfo(CK_SLOT_ID slotID, CK_SLOT_INFO_PTR pInfo) {
       [&](Op& op) { op.mutable_c_getslotinfo()->set_slotid(int64_t{slotID}); },  // int64 in this message
       reply(&Result::has_c_getslotinfo_response, &Result::c_getslotinfo_response),
       [&](const pkcs11::C_GetSlotInfo_Response& r, CK_RV&) {
-        const pkcs11::CK_SLOT_INFO& w = r.pinfo();
-        takeText(pInfo->slotDescription, sizeof(pInfo->slotDescription), w.slotdescription());
-        takeText(pInfo->manufacturerID, sizeof(pInfo->manufacturerID), w.manufacturerid());
-        pInfo->flags = w.flags();
-        takeVersion(pInfo->hardwareVersion, w.hardwareversion());
-        takeVersion(pInfo->firmwareVersion, w.firmwareversion());
+        take(r.pinfo(), pInfo);
       });
 }
 
@@ -170,26 +159,8 @@ CK_RV C_GetTokenInfo(CK_SLOT_ID slotID, CK_TOKEN_INFO_PTR pInfo) {
       kGetTokenInfo, [&](Op& op) { op.mutable_c_gettokeninfo()->set_slotid(wire(slotID)); },
       reply(&Result::has_c_gettokeninfo_response, &Result::c_gettokeninfo_response),
       [&](const pkcs11::C_GetTokenInfo_Response& r, CK_RV&) {
-        const pkcs11::CK_TOKEN_INFO& w = r.pinfo();
-        CK_TOKEN_INFO& t = *pInfo;
-        takeBlock(t.label, sizeof(t.label), w.label());
-        takeBlock(t.manufacturerID, sizeof(t.manufacturerID), w.manufacturerid());
-        takeBlock(t.model, sizeof(t.model), w.model());
-        takeBlock(t.serialNumber, sizeof(t.serialNumber), w.serialnumber());
-        t.flags = ck(w.flags());
-        t.ulMaxSessionCount = ck(w.ulmaxsessioncount());
-        t.ulSessionCount = ck(w.ulsessioncount());
-        t.ulMaxRwSessionCount = ck(w.ulmaxrwsessioncount());
-        t.ulRwSessionCount = ck(w.ulrwsessioncount());
-        t.ulMaxPinLen = ck(w.ulmaxpinlen());
-        t.ulMinPinLen = ck(w.ulminpinlen());
-        t.ulTotalPublicMemory = ck(w.ultotalpublicmemory());
-        t.ulFreePublicMemory = ck(w.ulfreepublicmemory());
-        t.ulTotalPrivateMemory = ck(w.ultotalprivatememory());
-        t.ulFreePrivateMemory = ck(w.ulfreeprivatememory());
-        takeVersion(t.hardwareVersion, w.hardwareversion());
-        takeVersion(t.firmwareVersion, w.firmwareversion());
-        takeBlock(t.utcTime, sizeof(t.utcTime), w.utctime());
+        take(r.pinfo(), pInfo);
+        const CK_TOKEN_INFO& t = *pInfo;
         QOR_LOGD(kClient, "C_GetTokenInfo hardware version major = %c", t.hardwareVersion.major);
         QOR_LOGD(kClient, "C_GetTokenInfo hardware version minor = %c", t.hardwareVersion.minor);
       });
@@ -206,9 +177,7 @@ CK_RV C_GetMechanismInfo(CK_SLOT_ID slotID, CK_MECHANISM_TYPE type, CK_MECHANISM
       },
       reply(&Result::has_c_getmechanisminfo_response, &Result::c_getmechanisminfo_response),
       [&](const pkcs11::C_GetMechanismInfo_Response& r, CK_RV&) {
-        pInfo->ulMinKeySize = ck(r.pinfo().ulminkeysize());
-        pInfo->ulMaxKeySize = ck(r.pinfo().ulmaxkeysize());
-        pInfo->flags = ck(r.pinfo().flags());
+        take(r.pinfo(), pInfo);
       });
 }
 
@@ -251,5 +220,5 @@ CK_RV C_WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID_PTR pSlot, CK_VOID_PTR) {
   return call(
       kWaitForSlotEvent, [&](Op& op) { op.mutable_c_waitforslotevent()->set_flags(wire(flags)); },
       reply(&Result::has_c_waitforslotevent_response, &Result::c_waitforslotevent_response),
-      [&](const pkcs11::C_WaitForSlotEvent_Response& r, CK_RV&) { *pSlot = ck(r.pslot()); });
+      [&](const pkcs11::C_WaitForSlotEvent_Response& r, CK_RV&) { *pSlot = ul(r.pslot()); });
 }

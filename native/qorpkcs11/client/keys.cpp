@@ -23,12 +23,12 @@ constexpr Frame kSeedRandom = Frame{sent::C_SeedRandom}.rv("C_SeedRandom rv = %u
 constexpr Frame kGenerateRandom = Frame{sent::C_GenerateRandom}.rv("C_GenerateRandom rv = %u");
 
 bool readableKeyTemplate(const CK_ATTRIBUTE* t, CK_ULONG count) {
-  return readableTemplate(t, count, TemplateRule::kValues);
+  return readableTemplate(t, count, TemplateUse::kValues);
 }
 
 void putKeyTemplate(WireTemplate* out, const CK_ATTRIBUTE* t, CK_ULONG count, const char* countLine) {
   QOR_LOGD(kClient, countLine, count);
-  putTemplate(out, t, count, TemplateRule::kValues);
+  putTemplate(out, t, count, TemplateUse::kValues);
 }
 
 }  // namespace
@@ -49,7 +49,7 @@ CK_RV C_GenerateKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
       },
       reply(&Result::has_c_generatekey_response, &Result::c_generatekey_response),
       [&](const pkcs11::C_GenerateKey_Response& r, CK_RV&) {
-        *phKey = ck(r.phkey());
+        *phKey = ul(r.phkey());
         takeParameterOutputs(*pMechanism, r.qor_parameter_out());
       });
 }
@@ -80,8 +80,8 @@ CK_RV C_GenerateKeyPair(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
       },
       reply(&Result::has_c_generatekeypair_response, &Result::c_generatekeypair_response),
       [&](const pkcs11::C_GenerateKeyPair_Response& r, CK_RV&) {
-        *phPublicKey = ck(r.phpublickey());
-        *phPrivateKey = ck(r.phprivatekey());
+        *phPublicKey = ul(r.phpublickey());
+        *phPrivateKey = ul(r.phprivatekey());
       });
 }
 
@@ -129,7 +129,7 @@ CK_RV C_UnwrapKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
                        "ulcount start C_UnWrapKey = %u");
       },
       reply(&Result::has_c_unwrapkey_response, &Result::c_unwrapkey_response),
-      [&](const pkcs11::C_UnwrapKey_Response& r, CK_RV&) { *phKey = ck(r.phkey()); });
+      [&](const pkcs11::C_UnwrapKey_Response& r, CK_RV&) { *phKey = ul(r.phkey()); });
 }
 
 CK_RV C_DeriveKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hBaseKey,
@@ -150,7 +150,7 @@ CK_RV C_DeriveKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OB
       },
       reply(&Result::has_c_derivekey_response, &Result::c_derivekey_response),
       [&](const pkcs11::C_DeriveKey_Response& r, CK_RV&) {
-        *phKey = ck(r.phkey());
+        *phKey = ul(r.phkey());
         takeParameterOutputs(*pMechanism, r.qor_parameter_out());
       });
 }
@@ -169,7 +169,7 @@ CK_RV C_SeedRandom(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSeed, CK_ULONG ulSee
       },
       reply(&Result::has_c_seedrandom_response, &Result::c_seedrandom_response),
       [&](const pkcs11::C_SeedRandom_Response& r, CK_RV&) {
-        copyBounded(pSeed, ulSeedLen, r.pseed(), ck(r.ulseedlen()));
+        copyBounded(pSeed, ulSeedLen, r.pseed(), ul(r.ulseedlen()));
       });
 }
 
@@ -185,6 +185,6 @@ CK_RV C_GenerateRandom(CK_SESSION_HANDLE hSession, CK_BYTE_PTR RandomData, CK_UL
       },
       reply(&Result::has_c_generaterandom_response, &Result::c_generaterandom_response),
       [&](const pkcs11::C_GenerateRandom_Response& r, CK_RV&) {
-        copyBounded(RandomData, ulRandomLen, r.randomdata(), ck(r.ulrandomlen()));
+        copyBounded(RandomData, ulRandomLen, r.randomdata(), ul(r.ulrandomlen()));
       });
 }

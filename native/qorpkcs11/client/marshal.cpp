@@ -39,24 +39,6 @@ void copyBounded(void* dst, CK_ULONG capacity, const std::string& src, CK_ULONG 
   if (dst && n) std::memcpy(dst, src.data(), n);
 }
 
-void takeText(CK_UTF8CHAR* field, size_t width, const std::string& text) {
-  if (text.size() > width) return;  // would not fit: the field keeps its bytes
-  const size_t n = textLength(text.data(), text.size());
-  std::memcpy(field, text.data(), n);
-  if (n < width) field[n] = 0;
-}
-
-void takeBlock(CK_UTF8CHAR* field, size_t width, const std::string& text) {
-  const size_t n = std::min(width, text.size());
-  std::memcpy(field, text.data(), n);
-  std::memset(field + n, ' ', width - n);
-}
-
-void takeVersion(CK_VERSION& version, const pkcs11::CK_VERSION& wire) {
-  version.major = static_cast<CK_BYTE>(wire.major());
-  version.minor = static_cast<CK_BYTE>(wire.minor());
-}
-
 bool readableMechanism(const CK_MECHANISM* m) {
   return m && readable(m->pParameter, m->ulParameterLen);
 }
@@ -67,22 +49,22 @@ void putMechanism(pkcs11::CK_MECHANISM* out, const CK_MECHANISM& m) {
   out->set_ulparameterlen(wire(m.ulParameterLen));
 }
 
-bool readableTemplate(const CK_ATTRIBUTE* t, CK_ULONG count, TemplateRule rule) {
+bool readableTemplate(const CK_ATTRIBUTE* t, CK_ULONG count, TemplateUse use) {
   if (count == 0) return true;
   if (!t) return false;
   // The search rule sends every value, so a null one must be empty.
-  if (rule == TemplateRule::kSearch)
+  if (use == TemplateUse::kSearch)
     for (CK_ULONG i = 0; i < count; ++i)
       if (!readable(t[i].pValue, t[i].ulValueLen)) return false;
   return true;
 }
 
-void putTemplate(WireTemplate* out, const CK_ATTRIBUTE* t, CK_ULONG count, TemplateRule rule) {
+void putTemplate(WireTemplate* out, const CK_ATTRIBUTE* t, CK_ULONG count, TemplateUse use) {
   for (CK_ULONG i = 0; i < count; ++i) {
     const CK_ATTRIBUTE a = t[i];
     pkcs11::CK_ATTRIBUTE* w = out->Add();
     w->set_type(a.type);
-    if (rule == TemplateRule::kSearch) {
+    if (use == TemplateUse::kSearch) {
       putBytes(w->mutable_pvalue(), a.pValue, a.ulValueLen);
       w->set_ulvaluelen(a.ulValueLen);
       QOR_LOGD(kClient, "type -> %u", w->type());
@@ -97,8 +79,8 @@ void putTemplate(WireTemplate* out, const CK_ATTRIBUTE* t, CK_ULONG count, Templ
       w->set_ulvaluelen(a.ulValueLen);
       QOR_LOGD(kClient, "pvalue not NULL");
     } else {
-      // A size query; the create rule still tells the server the length.
-      w->set_ulvaluelen(rule == TemplateRule::kSizes ? a.ulValueLen : 0);
+      // A size query; a new object's template still tells the length.
+      w->set_ulvaluelen(use == TemplateUse::kNewObject ? a.ulValueLen : 0);
       QOR_LOGD(kClient, "passed pvalue is NULL");
     }
     if (w->has_pvalue()) QOR_LOGD(kClient, "has pvalue");
@@ -109,8 +91,8 @@ void putTemplate(WireTemplate* out, const CK_ATTRIBUTE* t, CK_ULONG count, Templ
 }
 
 void takeTemplate(const WireTemplate& in, uint32_t stated, CK_ATTRIBUTE* t, CK_ULONG count,
-                  TemplateRule rule) {
-  const bool search = rule == TemplateRule::kSearch;
+                  TemplateUse use) {
+  const bool search = use == TemplateUse::kSearch;
   if (search) {
     QOR_LOGD(kClient, "ulcount returned C_FindObjectsInit = %u", stated);
     QOR_LOGD(kClient, "attribute returned C_FindObjectsInit size= %d", in.size());
@@ -147,10 +129,10 @@ void Output::put(pkcs11::Operation& op, std::string* field) const {
 
 void Output::take(const std::string& bytes, int32_t stated, CK_RV& rv) const {
   if (data_)
-    copyBounded(data_, capacity_, bytes, ck(stated));
+    copyBounded(data_, capacity_, bytes, ul(stated));
   else if (rv == CKR_BUFFER_TOO_SMALL)
     rv = CKR_OK;  // the length query got its answer
-  *len_ = ck(stated);
+  *len_ = ul(stated);
 }
 
 }  // namespace qor::client

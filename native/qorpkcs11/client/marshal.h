@@ -9,15 +9,17 @@
 
 #include "qorpkcs11/pkcs11.h"
 #include "qorpkcs11/proto/pkcs11command.pb.h"
+#include "qorpkcs11/protocol/codec.h"
 
 namespace qor::client {
 
 using WireTemplate = google::protobuf::RepeatedPtrField<pkcs11::CK_ATTRIBUTE>;
 using WireList = google::protobuf::RepeatedField<int32_t>;
 
-// CK_ULONG values travel in int32 fields unchanged bit for bit.
-constexpr int32_t wire(CK_ULONG v) { return static_cast<int32_t>(v); }
-constexpr CK_ULONG ck(int32_t v) { return static_cast<CK_ULONG>(v); }
+using protocol::TemplateUse;
+using protocol::take;
+using protocol::ul;
+using protocol::wire;
 
 // A caller's byte range we must read: null is fine only when it is empty.
 constexpr bool readable(const void* p, CK_ULONG len) { return p != nullptr || len == 0; }
@@ -30,25 +32,15 @@ void putText(std::string* field, const void* p, CK_ULONG max);
 // Copies min(stated, src.size(), capacity) bytes into dst.
 void copyBounded(void* dst, CK_ULONG capacity, const std::string& src, CK_ULONG stated);
 
-// Fixed-width text of CK_INFO and CK_SLOT_INFO: shorter texts land with their
-// terminator, a text of exactly the width lands whole, longer ones not at all.
-void takeText(CK_UTF8CHAR* field, size_t width, const std::string& text);
-// Fixed-width blocks of CK_TOKEN_INFO: raw bytes, blank-padded to the width.
-void takeBlock(CK_UTF8CHAR* field, size_t width, const std::string& text);
-void takeVersion(CK_VERSION& version, const pkcs11::CK_VERSION& wire);
-
 bool readableMechanism(const CK_MECHANISM* m);
 void putMechanism(pkcs11::CK_MECHANISM* out, const CK_MECHANISM& m);
 
-// How a template goes out. kValues: null pValue sends no pvalue and length 0;
-// kSizes: as kValues but the caller's length always; kSearch: every value is
-// sent, as bytes.
-enum class TemplateRule { kValues, kSizes, kSearch };
-bool readableTemplate(const CK_ATTRIBUTE* t, CK_ULONG count, TemplateRule rule);
-void putTemplate(WireTemplate* out, const CK_ATTRIBUTE* t, CK_ULONG count, TemplateRule rule);
-// kValues or kSearch; `stated` is the reply's count.
+// Templates go out and come back by what their call does with them.
+bool readableTemplate(const CK_ATTRIBUTE* t, CK_ULONG count, TemplateUse use);
+void putTemplate(WireTemplate* out, const CK_ATTRIBUTE* t, CK_ULONG count, TemplateUse use);
+// `stated` is the reply's count.
 void takeTemplate(const WireTemplate& in, uint32_t stated, CK_ATTRIBUTE* t, CK_ULONG count,
-                  TemplateRule rule);
+                  TemplateUse use);
 
 // The caller's output buffer of a data-producing call. A null buffer is a
 // size query: an empty field and a capacity of 0 go out, whatever *len held,

@@ -33,7 +33,7 @@ int32_t address(const void* p) {
 // caller's handle alone.
 void takeFirst(const WireList& handles, CK_OBJECT_HANDLE_PTR out, const char* line) {
   if (handles.empty()) return;
-  *out = ck(handles.Get(0));
+  *out = ul(handles.Get(0));
   QOR_LOGD(kClient, line, *out);
 }
 
@@ -41,9 +41,9 @@ void takeFirst(const WireList& handles, CK_OBJECT_HANDLE_PTR out, const char* li
 // a server that echoes a written template rewrites the caller's.
 template <class Req, class Resp>
 CK_RV attributeValues(const Frame& frame, const char* countLine, Req* (Op::*request)(),
-                      Reply<Resp> where, CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
+                      Reply<Resp> where, TemplateUse use, CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
                       CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount) {
-  if (!readableTemplate(pTemplate, ulCount, TemplateRule::kValues)) return CKR_ARGUMENTS_BAD;
+  if (!readableTemplate(pTemplate, ulCount, use)) return CKR_ARGUMENTS_BAD;
   return call(
       frame,
       [&](Op& op) {
@@ -54,11 +54,11 @@ CK_RV attributeValues(const Frame& frame, const char* countLine, Req* (Op::*requ
         m->set_hsession(wire(hSession));
         m->set_hobject(wire(hObject));
         m->set_ulcount(wire(ulCount));
-        putTemplate(m->mutable_ptemplate(), pTemplate, ulCount, TemplateRule::kValues);
+        putTemplate(m->mutable_ptemplate(), pTemplate, ulCount, use);
       },
       where,
       [&](const Resp& r, CK_RV&) {
-        takeTemplate(r.ptemplate(), r.ulcount(), pTemplate, ulCount, TemplateRule::kValues);
+        takeTemplate(r.ptemplate(), r.ulcount(), pTemplate, ulCount, use);
       });
 }
 
@@ -66,14 +66,14 @@ CK_RV attributeValues(const Frame& frame, const char* countLine, Req* (Op::*requ
 
 CK_RV C_CreateObject(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount,
                      CK_OBJECT_HANDLE_PTR phObject) {
-  if (!phObject || !readableTemplate(pTemplate, ulCount, TemplateRule::kSizes))
+  if (!phObject || !readableTemplate(pTemplate, ulCount, TemplateUse::kNewObject))
     return CKR_ARGUMENTS_BAD;
   return call(
       kCreateObject,
       [&](Op& op) {
         pkcs11::C_CreateObject* m = op.mutable_c_createobject();
         m->set_hsession(wire(hSession));
-        putTemplate(m->mutable_ptemplate(), pTemplate, ulCount, TemplateRule::kSizes);
+        putTemplate(m->mutable_ptemplate(), pTemplate, ulCount, TemplateUse::kNewObject);
         m->set_ulcount(wire(ulCount));
         m->set_phobject(address(phObject));
       },
@@ -85,7 +85,7 @@ CK_RV C_CreateObject(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate, CK_
 
 CK_RV C_CopyObject(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_PTR pTemplate,
                    CK_ULONG ulCount, CK_OBJECT_HANDLE_PTR phNewObject) {
-  if (!phNewObject || !readableTemplate(pTemplate, ulCount, TemplateRule::kSizes))
+  if (!phNewObject || !readableTemplate(pTemplate, ulCount, TemplateUse::kNewObject))
     return CKR_ARGUMENTS_BAD;
   return call(
       kCopyObject,
@@ -93,7 +93,7 @@ CK_RV C_CopyObject(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTR
         pkcs11::C_CopyObject* m = op.mutable_c_copyobject();
         m->set_hsession(wire(hSession));
         m->set_hobject(wire(hObject));
-        putTemplate(m->mutable_ptemplate(), pTemplate, ulCount, TemplateRule::kSizes);
+        putTemplate(m->mutable_ptemplate(), pTemplate, ulCount, TemplateUse::kNewObject);
         m->set_ulcount(wire(ulCount));
         m->set_phnewobject(address(phNewObject));
       },
@@ -121,7 +121,7 @@ CK_RV C_GetObjectSize(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_U
         m->set_hobject(wire(hObject));
       },
       reply(&Result::has_c_getobjectsize_response, &Result::c_getobjectsize_response),
-      [&](const pkcs11::C_GetObjectSize_Response& r, CK_RV&) { *pulSize = ck(r.pulsize()); });
+      [&](const pkcs11::C_GetObjectSize_Response& r, CK_RV&) { *pulSize = ul(r.pulsize()); });
 }
 
 CK_RV C_GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
@@ -130,7 +130,7 @@ CK_RV C_GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
                          &Op::mutable_c_getattributevalue,
                          reply(&Result::has_c_getattributevalue_response,
                                &Result::c_getattributevalue_response),
-                         hSession, hObject, pTemplate, ulCount);
+                         TemplateUse::kAnswered, hSession, hObject, pTemplate, ulCount);
 }
 
 CK_RV C_SetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
@@ -139,12 +139,12 @@ CK_RV C_SetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
                          &Op::mutable_c_setattributevalue,
                          reply(&Result::has_c_setattributevalue_response,
                                &Result::c_setattributevalue_response),
-                         hSession, hObject, pTemplate, ulCount);
+                         TemplateUse::kValues, hSession, hObject, pTemplate, ulCount);
 }
 
 // The server may rewrite the search template; deployed callers expect it.
 CK_RV C_FindObjectsInit(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount) {
-  if (!readableTemplate(pTemplate, ulCount, TemplateRule::kSearch)) return CKR_ARGUMENTS_BAD;
+  if (!readableTemplate(pTemplate, ulCount, TemplateUse::kSearch)) return CKR_ARGUMENTS_BAD;
   return call(
       kFindObjectsInit,
       [&](Op& op) {
@@ -153,12 +153,12 @@ CK_RV C_FindObjectsInit(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate, 
         QOR_LOGD(kClient, "ulcount start C_FindObjectsInit = %u", ulCount);
         pkcs11::C_FindObjectsInit* m = op.mutable_c_findobjectsinit();
         m->set_hsession(wire(hSession));
-        putTemplate(m->mutable_ptemplate(), pTemplate, ulCount, TemplateRule::kSearch);
+        putTemplate(m->mutable_ptemplate(), pTemplate, ulCount, TemplateUse::kSearch);
         m->set_ulcount(ulCount);
       },
       reply(&Result::has_c_findobjectsinit_response, &Result::c_findobjectsinit_response),
       [&](const pkcs11::C_FindObjectsInit_Response& r, CK_RV&) {
-        takeTemplate(r.ptemplate(), r.ulcount(), pTemplate, ulCount, TemplateRule::kSearch);
+        takeTemplate(r.ptemplate(), r.ulcount(), pTemplate, ulCount, TemplateUse::kSearch);
       });
 }
 
@@ -174,17 +174,17 @@ CK_RV C_FindObjects(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE_PTR phObject,
         m->set_hsession(wire(hSession));
         m->set_ulmaxobjectcount(wire(ulMaxObjectCount));
         m->set_phobject(address(phObject));
-        QOR_LOGD(kClient, "phobject = %u", ck(m->phobject()));
+        QOR_LOGD(kClient, "phobject = %u", ul(m->phobject()));
         m->set_pulobjectcount(address(pulObjectCount));
-        QOR_LOGD(kClient, "pul object count = %u", ck(m->pulobjectcount()));
+        QOR_LOGD(kClient, "pul object count = %u", ul(m->pulobjectcount()));
       },
       reply(&Result::has_c_findobjects_response, &Result::c_findobjects_response),
       [&](const pkcs11::C_FindObjects_Response& r, CK_RV&) {
         const CK_ULONG n = r.pulobjectcount() < 1
             ? 0
-            : std::min<CK_ULONG>({ck(r.pulobjectcount()), ulMaxObjectCount,
+            : std::min<CK_ULONG>({ul(r.pulobjectcount()), ulMaxObjectCount,
                                   static_cast<CK_ULONG>(r.phobject_size())});
-        for (CK_ULONG i = 0; i < n; ++i) phObject[i] = ck(r.phobject(static_cast<int>(i)));
+        for (CK_ULONG i = 0; i < n; ++i) phObject[i] = ul(r.phobject(static_cast<int>(i)));
         // The count is not a size to learn: callers index their array with it,
         // so it never claims more handles than were written.
         *pulObjectCount = n;

@@ -45,7 +45,7 @@ CK_RV C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR, CK_NOTIFY,
           return;
         }
         if (r.phsession() == 0) QOR_LOGD(kClient, "response session NULL");
-        *phSession = ck(r.phsession());
+        *phSession = ul(r.phsession());
       });
 }
 
@@ -67,10 +67,7 @@ CK_RV C_GetSessionInfo(CK_SESSION_HANDLE hSession, CK_SESSION_INFO_PTR pInfo) {
       },
       reply(&Result::has_c_getsessioninfo_response, &Result::c_getsessioninfo_response),
       [&](const pkcs11::C_GetSessionInfo_Response& r, CK_RV&) {
-        pInfo->slotID = ck(r.pinfo().slotid());
-        pInfo->state = ck(r.pinfo().state());
-        pInfo->flags = ck(r.pinfo().flags());
-        pInfo->ulDeviceError = ck(r.pinfo().uldeviceerror());
+        take(r.pinfo(), pInfo);
       });
 }
 

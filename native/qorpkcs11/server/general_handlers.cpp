@@ -1,5 +1,4 @@
 // General-purpose, slot, token and session functions.
-#include <cstddef>
 #include <memory>
 
 #include "qorpkcs11/protocol/calls.h"
@@ -13,17 +12,6 @@ using pkcs11::Operation;
 using pkcs11::OperationResult;
 
 namespace {
-
-void set_version(pkcs11::CK_VERSION* out, CK_VERSION version) {
-  out->set_major(version.major);
-  out->set_minor(version.minor);
-}
-
-// The text members of the info structures, bounded by the structure.
-template <typename Info>
-std::string text(const Info& info, size_t offset) {
-  return text_at(&info, sizeof(Info), offset);
-}
 
 // Slot and mechanism lists share one count protocol; only these differ.
 template <typename Response>
@@ -107,16 +95,10 @@ std::string C_GetInfo_Server(const std::string& request) {
     CK_INFO info{};
     const CK_RV value = call.invoke(QOR_MEMBER(C_GetInfo), &info);
     QOR_LOGD(kTag, "C_GetInfo reached here");
-    pkcs11::CK_INFO* out = call.result().mutable_c_getinfo_response()->mutable_pinfo();
-    const CK_VERSION cryptoki = info.cryptokiVersion;
-    QOR_LOGD(kTag, "major = %d", cryptoki.major);
-    set_version(out->mutable_cryptokiversion(), cryptoki);
+    QOR_LOGD(kTag, "major = %d", info.cryptokiVersion.major);
     QOR_LOGD(kTag, "C_GetInfo set major");
-    set_version(out->mutable_libraryversion(), info.libraryVersion);
     QOR_LOGD(kTag, "C_GetInfo set minor");
-    out->set_manufacturerid(text(info, offsetof(CK_INFO, manufacturerID)));
-    out->set_flags(info.flags);
-    out->set_librarydescription(text(info, offsetof(CK_INFO, libraryDescription)));
+    put(info, call.result().mutable_c_getinfo_response()->mutable_pinfo());
     return value;
   });
 }
@@ -152,12 +134,7 @@ std::string C_GetSlotInfo_Server(const std::string& request) {
         CK_SLOT_INFO info{};
         const CK_RV value = call.invoke(QOR_MEMBER(C_GetSlotInfo), ul(req.slotid()), &info);
         QOR_LOGD(kTag, "C_GetSlotInfo rv = %u", value);
-        pkcs11::CK_SLOT_INFO* out = call.result().mutable_c_getslotinfo_response()->mutable_pinfo();
-        out->set_slotdescription(text(info, offsetof(CK_SLOT_INFO, slotDescription)));
-        out->set_manufacturerid(text(info, offsetof(CK_SLOT_INFO, manufacturerID)));
-        out->set_flags(info.flags);
-        set_version(out->mutable_hardwareversion(), info.hardwareVersion);
-        set_version(out->mutable_firmwareversion(), info.firmwareVersion);
+        put(info, call.result().mutable_c_getslotinfo_response()->mutable_pinfo());
         return value;
       });
 }
@@ -168,26 +145,7 @@ std::string C_GetTokenInfo_Server(const std::string& request) {
                  CK_TOKEN_INFO info{};
                  const CK_RV value =
                      call.invoke(QOR_MEMBER(C_GetTokenInfo), ul(req.slotid()), &info);
-                 pkcs11::CK_TOKEN_INFO* out =
-                     call.result().mutable_c_gettokeninfo_response()->mutable_pinfo();
-                 out->set_label(text(info, offsetof(CK_TOKEN_INFO, label)));
-                 out->set_manufacturerid(text(info, offsetof(CK_TOKEN_INFO, manufacturerID)));
-                 out->set_model(text(info, offsetof(CK_TOKEN_INFO, model)));
-                 out->set_serialnumber(text(info, offsetof(CK_TOKEN_INFO, serialNumber)));
-                 out->set_flags(wire(info.flags));
-                 out->set_ulmaxsessioncount(wire(info.ulMaxSessionCount));
-                 out->set_ulsessioncount(wire(info.ulSessionCount));
-                 out->set_ulmaxrwsessioncount(wire(info.ulMaxRwSessionCount));
-                 out->set_ulrwsessioncount(wire(info.ulRwSessionCount));
-                 out->set_ulmaxpinlen(wire(info.ulMaxPinLen));
-                 out->set_ulminpinlen(wire(info.ulMinPinLen));
-                 out->set_ultotalpublicmemory(wire(info.ulTotalPublicMemory));
-                 out->set_ulfreepublicmemory(wire(info.ulFreePublicMemory));
-                 out->set_ultotalprivatememory(wire(info.ulTotalPrivateMemory));
-                 out->set_ulfreeprivatememory(wire(info.ulFreePrivateMemory));
-                 set_version(out->mutable_hardwareversion(), info.hardwareVersion);
-                 set_version(out->mutable_firmwareversion(), info.firmwareVersion);
-                 out->set_utctime(text(info, offsetof(CK_TOKEN_INFO, utcTime)));
+                 put(info, call.result().mutable_c_gettokeninfo_response()->mutable_pinfo());
                  return value;
                });
 }
@@ -198,11 +156,7 @@ std::string C_GetMechanismInfo_Server(const std::string& request) {
                  CK_MECHANISM_INFO info{};
                  const CK_RV value = call.invoke(QOR_MEMBER(C_GetMechanismInfo), ul(req.slotid()),
                                                  ul(req.type()), &info);
-                 pkcs11::CK_MECHANISM_INFO* out =
-                     call.result().mutable_c_getmechanisminfo_response()->mutable_pinfo();
-                 out->set_ulminkeysize(wire(info.ulMinKeySize));
-                 out->set_ulmaxkeysize(wire(info.ulMaxKeySize));
-                 out->set_flags(wire(info.flags));
+                 put(info, call.result().mutable_c_getmechanisminfo_response()->mutable_pinfo());
                  return value;
                });
 }
@@ -282,12 +236,7 @@ std::string C_GetSessionInfo_Server(const std::string& request) {
                  CK_SESSION_INFO info{};
                  const CK_RV value =
                      call.invoke(QOR_MEMBER(C_GetSessionInfo), ul(req.hsession()), &info);
-                 pkcs11::CK_SESSION_INFO* out =
-                     call.result().mutable_c_getsessioninfo_response()->mutable_pinfo();
-                 out->set_slotid(wire(info.slotID));
-                 out->set_state(wire(info.state));
-                 out->set_flags(wire(info.flags));
-                 out->set_uldeviceerror(wire(info.ulDeviceError));
+                 put(info, call.result().mutable_c_getsessioninfo_response()->mutable_pinfo());
                  return value;
                });
 }

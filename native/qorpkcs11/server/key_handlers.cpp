@@ -31,7 +31,7 @@ CK_RV make_key(Call& call, const char* logName, const pkcs11::CK_MECHANISM& mech
   if (const CK_RV bad = mechanism.build(mechanismMessage)) return call.decline(bad);
   QOR_LOGD(kTag, "Generate_Operation_Result ulcnt = %u", ul(count));
   Template attributes;
-  if (const CK_RV bad = attributes.build(messages, ul(count), Values::kRead, "obj_attr"))
+  if (const CK_RV bad = attributes.build(messages, ul(count), TemplateUse::kValues, "obj_attr"))
     return call.decline(bad);
   CK_OBJECT_HANDLE key = 0;
   const CK_RV value = module(mechanism.get(), attributes, &key);
@@ -111,12 +111,12 @@ std::string C_GenerateKeyPair_Server(const std::string& request) {
         QOR_LOGD(kTag, "Generate_Operation_Result ulpubcnt = %u", publicCount);
         Template publicTemplate;
         if (const CK_RV bad = publicTemplate.build(req.ppublickeytemplate(), publicCount,
-                                                   Values::kRead, "obj_attr_pub"))
+                                                   TemplateUse::kValues, "obj_attr_pub"))
           return call.decline(bad);
         QOR_LOGD(kTag, "Generate_Operation_Result ulprivcnt = %u", privateCount);
         Template privateTemplate;
         if (const CK_RV bad = privateTemplate.build(req.pprivatekeytemplate(), privateCount,
-                                                    Values::kRead, "obj_attr_priv"))
+                                                    TemplateUse::kValues, "obj_attr_priv"))
           return call.decline(bad);
         CK_OBJECT_HANDLE publicKey = 0;
         CK_OBJECT_HANDLE privateKey = 0;

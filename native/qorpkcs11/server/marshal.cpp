@@ -8,11 +8,6 @@
 
 namespace qor::server {
 
-std::string text_at(const void* structure, size_t structureSize, size_t memberOffset) {
-  const char* text = static_cast<const char*>(structure) + memberOffset;
-  return std::string(text, strnlen(text, structureSize - memberOffset));
-}
-
 void Buffer::fill(const std::string& source, CK_ULONG limit) {
   const size_t count = std::min<size_t>({source.size(), size(), limit});
   if (ok() && count != 0) std::memcpy(data(), source.data(), count);
@@ -70,7 +65,8 @@ void drop_peer_pointers(Buffer& value, CK_ATTRIBUTE_TYPE type) {
 
 }  // namespace
 
-CK_RV Template::build(const Attributes& messages, CK_ULONG count, Values use, const char* label) {
+CK_RV Template::build(const Attributes& messages, CK_ULONG count, TemplateUse use, const char* label) {
+  const bool search = use == TemplateUse::kSearch;  // every record gets a buffer
   if (!fits(messages, count)) return CKR_ARGUMENTS_BAD;
   // Never a null array, also for no attributes: some modules refuse one.
   records_.reserve(count == 0 ? 1 : count);
@@ -81,17 +77,17 @@ CK_RV Template::build(const Attributes& messages, CK_ULONG count, Values use, co
     const pkcs11::CK_ATTRIBUTE& m = messages.Get(static_cast<int>(i));
     CK_ATTRIBUTE& record = records_[i];
     QOR_LOGD(kTag, "Inside for");
-    if (use != Values::kAlways)
+    if (!search)
       QOR_LOGD(kTag, "pvalue %s data = %.*s", label, shown(m.pvalue().size()), m.pvalue().data());
     record.type = m.type();
     QOR_LOGD(kTag, "attr_type set");
-    if (use == Values::kAlways || m.has_pvalue()) {
+    if (search || m.has_pvalue()) {
       values_[i] = std::make_unique<Buffer>(m.ulvaluelen());
       if (!values_[i]->ok()) return CKR_HOST_MEMORY;
       values_[i]->fill(m.pvalue());
       drop_peer_pointers(*values_[i], record.type);
       record.pValue = values_[i]->data();
-      if (use == Values::kAlways) {
+      if (search) {
         QOR_LOGD(kTag, "attr_pvalue set = %.*s", shown(m.pvalue().size()), m.pvalue().data());
       } else {
         QOR_LOGD(kTag, "Inside if not NULL pdata");

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "qorpkcs11/pkcs11.h"
+#include "qorpkcs11/protocol/codec.h"
 #include "qorpkcs11/protocol/parameters.h"
 #include "qorpkcs11/proto/pkcs11command.pb.h"
 
@@ -18,15 +19,11 @@ namespace qor::server {
 
 using Attributes = google::protobuf::RepeatedPtrField<pkcs11::CK_ATTRIBUTE>;
 
-// Lengths and counts travel as int32; the module sees them as CK_ULONG.
-inline CK_ULONG ul(int32_t value) { return static_cast<CK_ULONG>(value); }
-inline CK_ULONG ul(int64_t value) { return static_cast<CK_ULONG>(value); }
-inline CK_ULONG ul(uint32_t value) { return value; }
-inline int32_t wire(CK_ULONG value) { return static_cast<int32_t>(value); }
-
-// A length no frame could carry the bytes of: the peer cannot have meant it,
-// and padding a field out to it would hand the module gigabytes of zeros.
-inline bool beyond_any_frame(CK_ULONG declared) { return declared > INT32_MAX; }
+using protocol::beyond_any_frame;
+using protocol::put;
+using protocol::TemplateUse;
+using protocol::ul;
+using protocol::wire;
 
 // Byte counts for "%.*s", so a log line never reads past a buffer.
 inline int shown(size_t size) { return size > INT_MAX ? INT_MAX : static_cast<int>(size); }
@@ -35,10 +32,6 @@ inline int shown(size_t size) { return size > INT_MAX ? INT_MAX : static_cast<in
 inline unsigned address(const void* p) {
   return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p));
 }
-
-// The text of a fixed-width character member, read like a C string but never
-// past the end of the structure that holds it.
-std::string text_at(const void* structure, size_t structureSize, size_t memberOffset);
 
 // Heap memory for a module call: zero-filled, so a module that writes less
 // than it was given sends zeros, not old heap contents; never null, also for
@@ -103,13 +96,6 @@ class Input {
   CK_RV status_ = CKR_OK;
 };
 
-// What the module does with a template's values.
-enum class Values {
-  kRead,     // inputs: a value shorter than declared is padded with zeros
-  kWritten,  // C_GetAttributeValue: buffers the module fills
-  kAlways,   // C_FindObjectsInit: every record gets a buffer, value or not
-};
-
 // CK_ATTRIBUTE records rebuilt from the request's messages; owns the value
 // buffers.
 class Template {
@@ -118,7 +104,7 @@ class Template {
   // length is beyond any frame; CKR_HOST_MEMORY; else CKR_OK. A value shorter
   // than its length reaches the module padded with zeros.
   // `label` names the records in the per-attribute log lines.
-  CK_RV build(const Attributes& messages, CK_ULONG count, Values use, const char* label);
+  CK_RV build(const Attributes& messages, CK_ULONG count, TemplateUse use, const char* label);
 
   CK_ATTRIBUTE_PTR records() { return records_.data(); }
   CK_ULONG count() const { return static_cast<CK_ULONG>(records_.size()); }

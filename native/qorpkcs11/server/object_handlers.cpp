@@ -15,7 +15,7 @@ using AttributeFn = CK_C_GetAttributeValue;
 // C_GetAttributeValue and C_SetAttributeValue: the same round trip, apart
 // from whether the module reads the values or fills them.
 template <typename Request, typename Response>
-CK_RV serve_attributes(const Request& req, Call& call, Member<AttributeFn> member, Values use,
+CK_RV serve_attributes(const Request& req, Call& call, Member<AttributeFn> member, TemplateUse use,
                        Response* (OperationResult::*response)()) {
   const char* name = call.name();
   const CK_ULONG count = ul(req.ulcount());
@@ -31,7 +31,7 @@ CK_RV serve_attributes(const Request& req, Call& call, Member<AttributeFn> membe
 
   const CK_RV value = call.invoke(member, ul(req.hsession()), ul(req.hobject()),
                                   attributes.records(), attributes.count());
-  if (use == Values::kWritten) QOR_LOGD(kTag, "return value = %u", value);
+  if (use == TemplateUse::kAnswered) QOR_LOGD(kTag, "return value = %u", value);
   QOR_LOGD(kTag, "%s return value = %u", name, value);
 
   Response* out = (call.result().*response)();
@@ -47,7 +47,7 @@ template <typename Request>
 CK_RV build_new_object(const Request& req, CK_ULONG loggedHandle, Template* attributes) {
   QOR_LOGD(kTag, "Generate_Operation_Result session handle = %u", ul(req.hsession()));
   QOR_LOGD(kTag, "Generate_Operation_Result object handle = %u", loggedHandle);
-  return attributes->build(req.ptemplate(), ul(req.ulcount()), Values::kRead, "obj_attr");
+  return attributes->build(req.ptemplate(), ul(req.ulcount()), TemplateUse::kNewObject, "obj_attr");
 }
 
 }  // namespace
@@ -56,7 +56,7 @@ std::string C_GetAttributeValue_Server(const std::string& request) {
   return serve(request, answered::C_GetAttributeValue, &Operation::c_getattributevalue, RvLine::kOwn,
                [](const pkcs11::C_GetAttributeValue& req, Call& call) {
                  return serve_attributes(req, call, QOR_MEMBER(C_GetAttributeValue),
-                                         Values::kWritten,
+                                         TemplateUse::kAnswered,
                                          &OperationResult::mutable_c_getattributevalue_response);
                });
 }
@@ -64,7 +64,7 @@ std::string C_GetAttributeValue_Server(const std::string& request) {
 std::string C_SetAttributeValue_Server(const std::string& request) {
   return serve(request, answered::C_SetAttributeValue, &Operation::c_setattributevalue, RvLine::kOwn,
                [](const pkcs11::C_SetAttributeValue& req, Call& call) {
-                 return serve_attributes(req, call, QOR_MEMBER(C_SetAttributeValue), Values::kRead,
+                 return serve_attributes(req, call, QOR_MEMBER(C_SetAttributeValue), TemplateUse::kValues,
                                          &OperationResult::mutable_c_setattributevalue_response);
                });
 }
@@ -121,7 +121,7 @@ std::string C_FindObjectsInit_Server(const std::string& request) {
         QOR_LOGD(kTag, "Generate_Operation_Result ulcnt = %u", req.ulcount());
         Template attributes;
         if (const CK_RV bad =
-                attributes.build(req.ptemplate(), req.ulcount(), Values::kAlways, "obj_attr"))
+                attributes.build(req.ptemplate(), req.ulcount(), TemplateUse::kSearch, "obj_attr"))
           return call.decline(bad);
         const CK_RV value = call.invoke(QOR_MEMBER(C_FindObjectsInit), ul(req.hsession()),
                                         attributes.records(), attributes.count());
