@@ -389,13 +389,17 @@ extern "C" int qorpkcs11_comm_server_init(const char* server_id,
   }
   std::strncpy(gServerId, server_id, sizeof(gServerId) - 1);
   gServerId[sizeof(gServerId) - 1] = '\0';
+  // The callback is in place before the thread can accept: a client may
+  // connect and send its first command before this function returns, and a
+  // command that found no callback would cost it its connection.
+  gProcess = process;
   const int err = pthread_create(&gThread, nullptr, server_thread_func, gServerId);
   if (err != 0) {
+    gProcess = nullptr;
     QOR_LOGD(kTag, "Thread create failed %d", err);
     return kThreadCreateFailed;
   }
   pthread_detach(gThread);  // never joined; frees itself if it ends early
-  gProcess = process;
   gInitialized = true;
   QOR_LOGD(kTag, "Exit - success");
   return kOk;
