@@ -32,7 +32,7 @@ struct Transform {
 template <class Req, class Resp>
 CK_RV transform(const Transform<Req, Resp>& t, CK_SESSION_HANDLE hSession, const CK_BYTE* in,
                 CK_ULONG inLen, CK_BYTE_PTR out, CK_ULONG_PTR outLen) {
-  const Output output(out, outLen);
+  const CallerOutput output(out, outLen);
   if (!output.usable() || !readable(in, inLen)) return CKR_ARGUMENTS_BAD;
   return call(
       t.frame,

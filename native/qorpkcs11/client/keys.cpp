@@ -88,7 +88,7 @@ CK_RV C_GenerateKeyPair(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
 CK_RV C_WrapKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
                 CK_OBJECT_HANDLE hWrappingKey, CK_OBJECT_HANDLE hKey, CK_BYTE_PTR pWrappedKey,
                 CK_ULONG_PTR pulWrappedKeyLen) {
-  const Output wrapped(pWrappedKey, pulWrappedKeyLen);
+  const CallerOutput wrapped(pWrappedKey, pulWrappedKeyLen);
   if (!wrapped.usable() || !readableMechanism(pMechanism)) return CKR_ARGUMENTS_BAD;
   if (const CK_RV rv = sendableParameter(*pMechanism)) return rv;
   return call(

@@ -122,12 +122,12 @@ void takeTemplate(const WireTemplate& in, uint32_t stated, CK_ATTRIBUTE* t, CK_U
   }
 }
 
-void Output::put(pkcs11::Operation& op, std::string* field) const {
+void CallerOutput::put(pkcs11::Operation& op, std::string* field) const {
   putCallerOutput(field, data_, capacity_);
   if (data_ == nullptr) markLengthQuery(op);
 }
 
-void Output::take(const std::string& bytes, int32_t stated, CK_RV& rv) const {
+void CallerOutput::take(const std::string& bytes, int32_t stated, CK_RV& rv) const {
   if (data_)
     copyBounded(data_, capacity_, bytes, ul(stated));
   else if (rv == CKR_BUFFER_TOO_SMALL)

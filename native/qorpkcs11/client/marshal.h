@@ -47,9 +47,9 @@ void takeTemplate(const WireTemplate& in, uint32_t stated, CK_ATTRIBUTE* t, CK_U
 // so the serving side's module cannot do the work into a buffer the caller
 // never sees; the length comes back, no bytes do, and CKR_BUFFER_TOO_SMALL
 // means the query succeeded.
-class Output {
+class CallerOutput {
  public:
-  Output(CK_BYTE_PTR data, CK_ULONG_PTR len)
+  CallerOutput(CK_BYTE_PTR data, CK_ULONG_PTR len)
       : data_(data), len_(len), capacity_(data != nullptr && len != nullptr ? *len : 0) {}
   bool usable() const { return len_ != nullptr; }
   CK_ULONG capacity() const { return capacity_; }

@@ -73,7 +73,7 @@ CK_RV C_GetSessionInfo(CK_SESSION_HANDLE hSession, CK_SESSION_INFO_PTR pInfo) {
 
 CK_RV C_GetOperationState(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOperationState,
                           CK_ULONG_PTR pulOperationStateLen) {
-  const Output state(pOperationState, pulOperationStateLen);
+  const CallerOutput state(pOperationState, pulOperationStateLen);
   if (!state.usable()) return CKR_ARGUMENTS_BAD;
   return call(
       kGetOperationState,

@@ -112,8 +112,7 @@ int send_request(int sock, FrameHeader* hdr, iovec* parts, int count, bool logge
       return ret;
     }
     QOR_LOGD(kTag, "Entry");
-    size_t moved = 0;
-    ret = client_result(send_all_parts(kTag, sock, parts, count, MSG_NOSIGNAL, &moved), kSendError);
+    ret = client_result(send_all_parts(kTag, sock, parts, count, MSG_NOSIGNAL, nullptr), kSendError);
     if (ret != kOk) QOR_LOGD(kTag, "Client send data failed %d", ret);
     return ret;
   }

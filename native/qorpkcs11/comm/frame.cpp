@@ -38,11 +38,12 @@ ssize_t move_all(const char* tag, const char* step_log, int32_t len, Step step) 
 ssize_t send_all(const char* tag, int sock, const void* buf, int32_t len, int flags) {
   if (len < 1) return 1;
   iovec part{const_cast<void*>(buf), static_cast<size_t>(len)};
-  size_t moved = 0;
-  return send_all_parts(tag, sock, &part, 1, flags, &moved);
+  return send_all_parts(tag, sock, &part, 1, flags, nullptr);
 }
 
 ssize_t send_all_parts(const char* tag, int sock, iovec* parts, int count, int flags, size_t* moved) {
+  size_t unread = 0;
+  if (moved == nullptr) moved = &unread;
   *moved = 0;
   msghdr msg{};
   msg.msg_iov = parts;

@@ -81,8 +81,8 @@ ssize_t recv_all(const char* tag, int sock, void* buf, int32_t len, int flags);
 // As send_all over several buffers in turn, with one sendmsg per step: a
 // header and its payload leave in one system call. `parts` is advanced past
 // what went. Returns 1 when all went, else the short call's result, and
-// stores the bytes that went through `moved` (the caller tells a failed
-// header from a failed payload by it).
+// stores the bytes that went through `moved` unless it is null (a caller
+// tells a failed header from a failed payload by it).
 ssize_t send_all_parts(const char* tag, int sock, iovec* parts, int count, int flags, size_t* moved);
 // Whether the transport's debug lines are being written: then header and
 // payload go out with a send each, so the lines are what they always were.

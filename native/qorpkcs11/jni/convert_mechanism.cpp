@@ -416,27 +416,17 @@ int memberIndex(const MemberTable& members, const char* javaName) {
 // ---- the parameter-class table --------------------------------------------
 
 struct ParamClass {
-  const char* className;
   const char* structName;
   size_t size;
   bool (*convert)(JNIEnv*, jobject, void*);
-  MemberTable members;
+  MemberTable members;  // members.javaClass is the parameter's Java class
+  const char* className() const { return members.javaClass; }
 };
-
-#define QOR_DEFINE_PARAM_CONVERTER(type, converter)                                  \
-  bool converter(JNIEnv* env, jobject jParam, type* ckParam) {                       \
-    static_assert(sizeof(QOR_MEMBERS_##type) / sizeof(Member) <= kMaxParamMembers,  \
-                  "too many members for ConvertedMechanism::lengths");               \
-    return fillMembers(env, jParam, ckParam,                                        \
-                       table(QOR_MEMBERS_##type, QOR_PKCS11_CLASS(#type)), nullptr); \
-  }
-QOR_PARAM_CLASSES(QOR_DEFINE_PARAM_CONVERTER)
-#undef QOR_DEFINE_PARAM_CONVERTER
 
 namespace {
 
 #define QOR_PARAM_ROW(type, converter)                                                      \
-  {QOR_PKCS11_CLASS(#type), #type, sizeof(type),                                            \
+  {#type, sizeof(type),                                                                     \
    [](JNIEnv* env, jobject j, void* p) { return converter(env, j, static_cast<type*>(p)); }, \
    table(QOR_MEMBERS_##type, QOR_PKCS11_CLASS(#type))},
 const ParamClass kParamClasses[] = {QOR_PARAM_CLASSES(QOR_PARAM_ROW)};
@@ -448,6 +438,21 @@ const ParamClass* paramClass(const char* structName) {
   }
   return nullptr;
 }
+
+}  // namespace
+
+// Each converter fills through its own row's member table, found once.
+#define QOR_DEFINE_PARAM_CONVERTER(type, converter)                                 \
+  bool converter(JNIEnv* env, jobject jParam, type* ckParam) {                      \
+    static_assert(sizeof(QOR_MEMBERS_##type) / sizeof(Member) <= kMaxParamMembers, \
+                  "too many members for ConvertedMechanism::lengths");              \
+    static const MemberTable& members = paramClass(#type)->members;                 \
+    return fillMembers(env, jParam, ckParam, members, nullptr);                     \
+  }
+QOR_PARAM_CLASSES(QOR_DEFINE_PARAM_CONVERTER)
+#undef QOR_DEFINE_PARAM_CONVERTER
+
+namespace {
 
 // The native parameter of a copy-back, when the Java mechanism still names
 // the converted mechanism and the parameter was built from `structName`.
@@ -465,7 +470,7 @@ void* copyBackTarget(JNIEnv* env, const ConvertedMechanism* ck, jobject jMechani
     return nullptr;
   }
   *jParam = LocalRef<jobject>(env, env->GetObjectField(jMechanism, parameterId));
-  if (!*jParam || !qor::jni::isInstanceOf(env, jParam->get(), ck->parameterClass->className)) {
+  if (!*jParam || !qor::jni::isInstanceOf(env, jParam->get(), ck->parameterClass->className())) {
     return nullptr;
   }
   return ck->mechanism.pParameter;
@@ -479,7 +484,7 @@ CK_ULONG allocatedLength(const ConvertedMechanism* ck, const char* javaName) {
 // A field of the copy-back's parameter object, by the class it was converted as.
 jobject getObject(JNIEnv* env, const ConvertedMechanism* ck, jobject obj, const char* name,
                   const char* sig) {
-  jfieldID id = qor::jni::knownField(env, ck->parameterClass->className, name, sig);
+  jfieldID id = qor::jni::knownField(env, ck->parameterClass->className(), name, sig);
   return id ? env->GetObjectField(obj, id) : nullptr;
 }
 
@@ -533,7 +538,7 @@ bool jMechanismParameterToCKMechanismParameter(JNIEnv* env, jobject jParam,
     length = sizeof(CK_VERSION);
   } else {
     for (const ParamClass& c : kParamClasses) {
-      if (!qor::jni::isInstanceOf(env, jParam, c.className)) continue;
+      if (!qor::jni::isInstanceOf(env, jParam, c.className())) continue;
       void* structure = zeroAlloc<CK_BYTE>(c.size);
       if (structure == nullptr) {
         throwOutOfMemoryError(env);
@@ -699,6 +704,6 @@ void resolveFields(JNIEnv* env, const MemberTable& members) {
 
 void resolveParameterClasses(JNIEnv* env) {
   for (const ParamClass& c : kParamClasses) {
-    if (qor::jni::knownClassQuietly(env, c.className) != nullptr) resolveFields(env, c.members);
+    if (qor::jni::knownClassQuietly(env, c.className()) != nullptr) resolveFields(env, c.members);
   }
 }

@@ -23,7 +23,7 @@ using Length = int32_t (M::*)() const;
 
 // A zeroed output buffer of the requested length for `module(out, &length)`.
 template <typename Response, typename Module>
-CK_RV produce(Call& call, const Output<Response>& output, CK_ULONG capacity, Module module) {
+CK_RV produce(Call& call, const ReplyOutput<Response>& output, CK_ULONG capacity, Module module) {
   Buffer out(capacity);
   if (!out.ok()) return call.out_of_memory();
   return qor::server::produce(call, output, out, module);
@@ -42,23 +42,34 @@ template <typename Request>
 using Notes = void (*)(const Request&, const void* input);
 
 using InOutFn = CK_RV (*)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR, CK_ULONG_PTR);
+using FinalFn = CK_RV (*)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG_PTR);
 
-// Input bytes in, output bytes out.
-template <typename Request, typename Response>
-struct InOut {
+// What a function that produces bytes is served by: its request, its
+// output's length field and where the output goes in the reply.
+template <typename Request, typename Response, typename Fn>
+struct Producer {
   const char* name;
   RequestField<Request> request;
-  Member<InOutFn> member;
-  Bytes<Request> input;
-  Length<Request> inputLength;
+  Member<Fn> member;
   Length<Request> outputLength;
-  Sizing sizing;
-  Output<Response> output;
+  ReplyOutput<Response> output;
   Notes<Request> notes;
 };
 
+// Output bytes only.
 template <typename Request, typename Response>
-std::string serve_in_out(const std::string& bytes, const InOut<Request, Response>& row) {
+struct Final : Producer<Request, Response, FinalFn> {};
+
+// Input bytes in, output bytes out.
+template <typename Request, typename Response>
+struct InOut : Producer<Request, Response, InOutFn> {
+  Bytes<Request> input;
+  Length<Request> inputLength;
+  Sizing sizing;
+};
+
+template <typename Request, typename Response>
+std::string serve_row(const std::string& bytes, const InOut<Request, Response>& row) {
   return serve(
       bytes, row.name, row.request, RvLine::kGenerateResult,
       [&row](const Request& req, Call& call) {
@@ -91,21 +102,8 @@ std::string serve_in_out(const std::string& bytes, const InOut<Request, Response
       });
 }
 
-using FinalFn = CK_RV (*)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG_PTR);
-
-// Output bytes only.
 template <typename Request, typename Response>
-struct Final {
-  const char* name;
-  RequestField<Request> request;
-  Member<FinalFn> member;
-  Length<Request> outputLength;
-  Output<Response> output;
-  Notes<Request> notes;
-};
-
-template <typename Request, typename Response>
-std::string serve_final(const std::string& bytes, const Final<Request, Response>& row) {
+std::string serve_row(const std::string& bytes, const Final<Request, Response>& row) {
   return serve(bytes, row.name, row.request, RvLine::kGenerateResult,
                [&row](const Request& req, Call& call) {
                  return produce(call, row.output, ul((req.*row.outputLength)()),
@@ -229,44 +227,33 @@ constexpr bool C_VerifyFinal = true;
 
 }  // namespace
 
-#define QOR_SERVE_IN_OUT(name, field, in, inLength, out, outLength, sizing)      \
-  std::string C_##name##_Server(const std::string& request) {                    \
-    QOR_ROUTED_AS_ITSELF(C_##name);                                              \
-    using Request = pkcs11::C_##name;                                            \
-    using Response = pkcs11::C_##name##_Response;                                \
-    static const InOut<Request, Response> row{                                   \
-        "C_" #name,                                                              \
-        &Operation::field,                                                       \
-        QOR_MEMBER(C_##name),                                                    \
-        &Request::in,                                                            \
-        &Request::inLength,                                                      \
-        &Request::outLength,                                                     \
-        Sizing::sizing,                                                          \
-        {&OperationResult::mutable_##field##_response, &Response::mutable_##out, \
-         &Response::set_##outLength, lines::C_##name.word},                      \
-        lines::C_##name.notes};                                                  \
-    return serve_in_out(request, row);                                           \
+// A producer's row from the protocol table's columns and its own lines.
+#define QOR_PRODUCER(name, field, out, outLength)                                                \
+  {"C_" #name, &Operation::field, QOR_MEMBER(C_##name), &Request::outLength,                    \
+   {&OperationResult::mutable_##field##_response, &Response::mutable_##out,                     \
+    &Response::set_##outLength, lines::C_##name.word},                                          \
+   lines::C_##name.notes}
+#define QOR_SERVE_PRODUCER(name, Kind, ...)                     \
+  std::string C_##name##_Server(const std::string& request) {   \
+    QOR_ROUTED_AS_ITSELF(C_##name);                             \
+    using Request = pkcs11::C_##name;                           \
+    using Response = pkcs11::C_##name##_Response;               \
+    static const Kind<Request, Response> row{__VA_ARGS__};      \
+    return serve_row(request, row);                             \
   }
+
+#define QOR_SERVE_IN_OUT(name, field, in, inLength, out, outLength, sizing)                   \
+  QOR_SERVE_PRODUCER(name, InOut, QOR_PRODUCER(name, field, out, outLength), &Request::in,    \
+                     &Request::inLength, Sizing::sizing)
 QOR_IN_OUT_CALLS(QOR_SERVE_IN_OUT)
 #undef QOR_SERVE_IN_OUT
 
-#define QOR_SERVE_FINAL(name, field, out, outLength)                             \
-  std::string C_##name##_Server(const std::string& request) {                    \
-    QOR_ROUTED_AS_ITSELF(C_##name);                                              \
-    using Request = pkcs11::C_##name;                                            \
-    using Response = pkcs11::C_##name##_Response;                                \
-    static const Final<Request, Response> row{                                   \
-        "C_" #name,                                                              \
-        &Operation::field,                                                       \
-        QOR_MEMBER(C_##name),                                                    \
-        &Request::outLength,                                                     \
-        {&OperationResult::mutable_##field##_response, &Response::mutable_##out, \
-         &Response::set_##outLength, lines::C_##name.word},                      \
-        lines::C_##name.notes};                                                  \
-    return serve_final(request, row);                                            \
-  }
+#define QOR_SERVE_FINAL(name, field, out, outLength) \
+  QOR_SERVE_PRODUCER(name, Final, QOR_PRODUCER(name, field, out, outLength))
 QOR_FINAL_CALLS(QOR_SERVE_FINAL)
 #undef QOR_SERVE_FINAL
+#undef QOR_SERVE_PRODUCER
+#undef QOR_PRODUCER
 
 #define QOR_SERVE_INPUT(name, field, in, inLength)                                                \
   std::string C_##name##_Server(const std::string& request) {                                     \
@@ -312,7 +299,7 @@ std::string C_Verify_Server(const std::string& request) {
                      call.invoke(QOR_MEMBER(C_Verify), ul(req.hsession()), data.data(), dataLength,
                                  signature.data(), signature.size());
                  answer(call,
-                        Output<pkcs11::C_Verify_Response>{
+                        ReplyOutput<pkcs11::C_Verify_Response>{
                             &OperationResult::mutable_c_verify_response,
                             &pkcs11::C_Verify_Response::mutable_psignature,
                             &pkcs11::C_Verify_Response::set_ulsignaturelen, "siglen"},

@@ -248,7 +248,7 @@ std::string C_GetOperationState_Server(const std::string& request) {
         Buffer state(ul(req.puloperationstatelen()));
         if (!state.ok()) return call.out_of_memory();
         return produce(call,
-                       Output<pkcs11::C_GetOperationState_Response>{
+                       ReplyOutput<pkcs11::C_GetOperationState_Response>{
                            &OperationResult::mutable_c_getoperationstate_response,
                            &pkcs11::C_GetOperationState_Response::mutable_poperationstate,
                            &pkcs11::C_GetOperationState_Response::set_puloperationstatelen, "operstatelen"},

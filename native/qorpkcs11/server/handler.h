@@ -133,7 +133,7 @@ std::string serve(const std::string& bytes, const char* name, RequestField<Reque
 // Where a byte output goes in the reply: its bytes and its length field.
 // `lengthWord` names the length in the log line; null: not logged.
 template <typename Response>
-struct Output {
+struct ReplyOutput {
   Response* (pkcs11::OperationResult::*response)();
   std::string* (Response::*bytes)();
   void (Response::*setLength)(int32_t);
@@ -143,7 +143,7 @@ struct Output {
 // As many bytes as the module reported, never more than its buffer holds,
 // and the length as reported.
 template <typename Response, typename Source>
-void answer(Call& call, const Output<Response>& output, const Source& buffer, CK_ULONG length) {
+void answer(Call& call, const ReplyOutput<Response>& output, const Source& buffer, CK_ULONG length) {
   Response* out = (call.result().*output.response)();
   *(out->*output.bytes)() = buffer.head(length);
   (out->*output.setLength)(wire(length));
@@ -155,7 +155,7 @@ void answer(Call& call, const Output<Response>& output, const Source& buffer, CK
 // the reply. An extended length query hands the module a null buffer
 // instead, so it reports the length without doing the work.
 template <typename Response, typename Module>
-CK_RV produce(Call& call, const Output<Response>& output, const Buffer& buffer, Module module) {
+CK_RV produce(Call& call, const ReplyOutput<Response>& output, const Buffer& buffer, Module module) {
   const bool query = extended() && operation.qor_output_absent();
   CK_ULONG length = buffer.size();
   const CK_RV value = module(query ? nullptr : buffer.data(), &length);

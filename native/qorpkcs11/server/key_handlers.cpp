@@ -42,13 +42,13 @@ CK_RV make_key(Call& call, const char* logName, const pkcs11::CK_MECHANISM& mech
   return value;
 }
 
-const Output<pkcs11::C_WrapKey_Response> kWrapped{
+const ReplyOutput<pkcs11::C_WrapKey_Response> kWrapped{
     &OperationResult::mutable_c_wrapkey_response, &pkcs11::C_WrapKey_Response::mutable_pwrappedkey,
     &pkcs11::C_WrapKey_Response::set_pulwrappedkeylen, "wrappedkeylen"};
-const Output<pkcs11::C_SeedRandom_Response> kSeed{
+const ReplyOutput<pkcs11::C_SeedRandom_Response> kSeed{
     &OperationResult::mutable_c_seedrandom_response, &pkcs11::C_SeedRandom_Response::mutable_pseed,
     &pkcs11::C_SeedRandom_Response::set_ulseedlen, "seedlen"};
-const Output<pkcs11::C_GenerateRandom_Response> kRandom{
+const ReplyOutput<pkcs11::C_GenerateRandom_Response> kRandom{
     &OperationResult::mutable_c_generaterandom_response,
     &pkcs11::C_GenerateRandom_Response::mutable_randomdata,
     &pkcs11::C_GenerateRandom_Response::set_ulrandomlen, "randomlen"};
