@@ -33,17 +33,17 @@ void markLengthQuery(pkcs11::Operation& op) {
 }
 
 void putCallerBytes(std::string* field, const void* p, CK_ULONG len) {
-  if (extendedPeer())
-    putBytes(field, p, len);
-  else
+  if (keeps<Kept::kTextInputs>())
     putText(field, p, len);
+  else
+    putBytes(field, p, len);
 }
 
 void putCallerOutput(std::string* field, const void* p, CK_ULONG len) {
-  if (extendedPeer())
-    field->clear();
-  else
+  if (keeps<Kept::kOutputBufferText>())
     putText(field, p, len);
+  else
+    field->clear();
 }
 
 }  // namespace qor::client

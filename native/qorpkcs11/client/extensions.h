@@ -10,12 +10,22 @@
 
 #include "qorpkcs11/pkcs11.h"
 #include "qorpkcs11/proto/pkcs11command.pb.h"
+#include "qorpkcs11/protocol/extensions.h"
 
 namespace qor::client {
 
 bool extensionsOn();
 // On, and the connected server confirmed it serves them.
 bool extendedPeer();
+
+using protocol::Kept;
+
+// Whether this call keeps a difference the client keeps for deployed servers.
+template <protocol::Kept difference>
+bool keeps() {
+  static_assert(protocol::keptBy(difference) == protocol::End::kClient, "kept by the serving side");
+  return !extendedPeer();
+}
 
 // Called on every exchange: the marker out, the server's answer in.
 void markRequest(pkcs11::Operation& op);

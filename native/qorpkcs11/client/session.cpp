@@ -55,15 +55,14 @@ CK_RV C_CloseAllSessions(CK_SLOT_ID slotID) {
 }
 
 // Deployed servers answer this request without its submessage, for their
-// default reading of the handle (0); the handle is deliberately not sent.
-// Deployed servers get no session handle and answer for handle 0; an
-// extended server gets the one asked for.
+// default reading of the handle (0); an extended server gets the handle.
 CK_RV C_GetSessionInfo(CK_SESSION_HANDLE hSession, CK_SESSION_INFO_PTR pInfo) {
   if (!pInfo) return CKR_ARGUMENTS_BAD;
   return call(
       kGetSessionInfo,
       [&](Op& op) {
-        if (extendedPeer()) op.mutable_c_getsessioninfo()->set_hsession(wire(hSession));
+        if (!keeps<Kept::kSessionInfoWithoutHandle>())
+          op.mutable_c_getsessioninfo()->set_hsession(wire(hSession));
       },
       reply(&Result::has_c_getsessioninfo_response, &Result::c_getsessioninfo_response),
       [&](const pkcs11::C_GetSessionInfo_Response& r, CK_RV&) {

@@ -8,78 +8,78 @@
 #pragma once
 
 // Every remoted call: X(function, name the client sends, name the server
-// routes, name the server answers under), in the order deployed servers compare the names (the fuzzers'
-// seeds number the routes so). The handler of a route is <route>_Server.
-// Where the two names differ the server has no handler for what the client
+// routes, name the server answers under), in the order deployed servers
+// compare the names (the fuzzers' seeds number the routes so). The handler
+// of a route is <route>_Server. Where the two names differ the server has no handler for what the client
 // sends; deployed peers on both ends are built so, and the call fails with
-// the transport's code.
-#define QOR_REMOTED_CALLS(X)                                                        \
-  X(C_Initialize, C_Initialize, C_Initialize, C_Initialize)                                        \
-  X(C_Finalize, C_Finalize, C_Finalize, C_Finalize)                                              \
-  X(C_OpenSession, C_OpenSession, C_OpenSession, C_OpenSession)                                     \
-  X(C_CloseSession, C_CloseSession, C_CloseSession, C_CloseSession)                                  \
-  X(C_Login, C_Login, C_Login, C_Login)                                                       \
-  X(C_Logout, C_Logout, C_Logout, C_Logout)                                                    \
-  X(C_GetInfo, C_GetInfo, C_GetInfo, C_GetInfo)                                                 \
-  X(C_GetSlotList, C_GetSlotList, C_GetSlotList, C_GetSlotList)                                     \
-  X(C_GetSlotInfo, C_GetSlotInfo, C_GetSlotInfo, C_GetSlotInfo)                                     \
-  X(C_GetTokenInfo, C_GetTokenInfo, C_GetTokenInfo, C_GetTokenInfo)                                  \
-  X(C_GetMechanismInfo, C_GetMechanismInfo, C_GetMechanismInfo, C_GetMechanismInfo)                      \
-  X(C_GetSessionInfo, C_GetSessionInfo, C_GetSessionInfo, C_GetSessionInfo)                            \
-  X(C_DestroyObject, C_DestroyObject, C_DestroyObject, C_DestroyObject)                               \
-  X(C_GetAttributeValue, C_GetAttributeValue, C_GetAttributeValue, C_GetAttributeValue)                   \
-  X(C_FindObjectsInit, C_FindObjectsInit, C_FindObjectsInit, C_FindObjectsInit)                         \
-  X(C_FindObjects, C_FindObjects, C_FindObjects, C_FindObjects)                                     \
-  X(C_FindObjectsFinal, C_FindObjectsFinal, C_FindObjectsFinal, C_FindObjectsFinal)                      \
-  X(C_EncryptInit, C_EncryptInit, C_EncryptInit, C_EncryptInit)                                     \
-  X(C_Encrypt, C_Encrypt, C_Encrypt, C_Encrypt)                                                 \
-  X(C_DecryptInit, C_DecryptInit, C_DecryptInit, C_DecryptInit)                                     \
-  X(C_Decrypt, C_Decrypt, C_Decrypt, C_Decrypt)                                                 \
-  X(C_DigestInit, C_DigestInit, C_DigestInit, C_DigestInit)                                        \
-  X(C_Digest, C_Digest, C_Digest, C_Digest)                                                    \
-  X(C_SignInit, C_SignInit, C_SignInit, C_SignInit)                                              \
-  X(C_Sign, C_Sign, C_Sign, C_Sign)                                                          \
-  X(C_VerifyInit, C_VerifyInit, C_VerifyInit, C_VerifyInit)                                        \
-  X(C_Verify, C_Verify, C_Verify, C_Verify)                                                    \
-  X(C_GenerateRandom, C_GenerateRandom, C_GenerateRandom, C_GenerateRandom)                            \
-  X(C_SeedRandom, C_SeedRandom, C_SeedRandom, C_SeedRandom)                                        \
-  X(C_GetMechanismList, C_GetMechanismList, C_GetMechanismList, C_GetMechanismList)                      \
+// the transport's code (Kept::kSentNamesNotRouted).
+#define QOR_REMOTED_CALLS(X)                                                                      \
+  X(C_Initialize, C_Initialize, C_Initialize, C_Initialize)                                       \
+  X(C_Finalize, C_Finalize, C_Finalize, C_Finalize)                                               \
+  X(C_OpenSession, C_OpenSession, C_OpenSession, C_OpenSession)                                   \
+  X(C_CloseSession, C_CloseSession, C_CloseSession, C_CloseSession)                               \
+  X(C_Login, C_Login, C_Login, C_Login)                                                           \
+  X(C_Logout, C_Logout, C_Logout, C_Logout)                                                       \
+  X(C_GetInfo, C_GetInfo, C_GetInfo, C_GetInfo)                                                   \
+  X(C_GetSlotList, C_GetSlotList, C_GetSlotList, C_GetSlotList)                                   \
+  X(C_GetSlotInfo, C_GetSlotInfo, C_GetSlotInfo, C_GetSlotInfo)                                   \
+  X(C_GetTokenInfo, C_GetTokenInfo, C_GetTokenInfo, C_GetTokenInfo)                               \
+  X(C_GetMechanismInfo, C_GetMechanismInfo, C_GetMechanismInfo, C_GetMechanismInfo)               \
+  X(C_GetSessionInfo, C_GetSessionInfo, C_GetSessionInfo, C_GetSessionInfo)                       \
+  X(C_DestroyObject, C_DestroyObject, C_DestroyObject, C_DestroyObject)                           \
+  X(C_GetAttributeValue, C_GetAttributeValue, C_GetAttributeValue, C_GetAttributeValue)           \
+  X(C_FindObjectsInit, C_FindObjectsInit, C_FindObjectsInit, C_FindObjectsInit)                   \
+  X(C_FindObjects, C_FindObjects, C_FindObjects, C_FindObjects)                                   \
+  X(C_FindObjectsFinal, C_FindObjectsFinal, C_FindObjectsFinal, C_FindObjectsFinal)               \
+  X(C_EncryptInit, C_EncryptInit, C_EncryptInit, C_EncryptInit)                                   \
+  X(C_Encrypt, C_Encrypt, C_Encrypt, C_Encrypt)                                                   \
+  X(C_DecryptInit, C_DecryptInit, C_DecryptInit, C_DecryptInit)                                   \
+  X(C_Decrypt, C_Decrypt, C_Decrypt, C_Decrypt)                                                   \
+  X(C_DigestInit, C_DigestInit, C_DigestInit, C_DigestInit)                                       \
+  X(C_Digest, C_Digest, C_Digest, C_Digest)                                                       \
+  X(C_SignInit, C_SignInit, C_SignInit, C_SignInit)                                               \
+  X(C_Sign, C_Sign, C_Sign, C_Sign)                                                               \
+  X(C_VerifyInit, C_VerifyInit, C_VerifyInit, C_VerifyInit)                                       \
+  X(C_Verify, C_Verify, C_Verify, C_Verify)                                                       \
+  X(C_GenerateRandom, C_GenerateRandom, C_GenerateRandom, C_GenerateRandom)                       \
+  X(C_SeedRandom, C_SeedRandom, C_SeedRandom, C_SeedRandom)                                       \
+  X(C_GetMechanismList, C_GetMechanismList, C_GetMechanismList, C_GetMechanismList)               \
   X(C_InitToken, C_InitToken, C_InitToken, C_InitToken)                                           \
-  X(C_InitPIN, C_InitPIN, C_InitPin, C_InitPin) /* kept: deployed servers route "C_InitPin" */  \
-  X(C_SetPIN, C_SetPIN, C_SetPin, C_SetPin) /* kept: deployed servers route "C_SetPin" */      \
-  X(C_CloseAllSessions, C_CloseAllSessions, C_CloseAllSessions, C_CloseAllSessions)                      \
-  X(C_GetOperationState, C_GetOperationState, C_GetOperationState, C_GetOperationState)                   \
-  X(C_SetOperationState, C_SetOperationState, C_SetOperationState, C_SetOperationState)                   \
-  X(C_CreateObject, C_CreateObject, C_CreateObject, C_CreateObject)                                  \
-  X(C_CopyObject, C_CopyObject, C_CopyObject, C_CopyObject)                                        \
-  X(C_GetObjectSize, C_GetObjectSize, C_GetObjectSize, C_GetObjectSize)                               \
-  X(C_SetAttributeValue, C_SetAttributeValue, C_SetAttributeValue, C_SetAttributeValue)                   \
-  X(C_EncryptUpdate, C_EncryptUpdate, C_EncryptUpdate, C_EncryptUpdate)                               \
-  X(C_EncryptFinal, C_EncryptFinal, C_EncryptFinal, C_EncryptFinal)                                  \
-  X(C_DecryptUpdate, C_DecryptUpdate, C_DecryptUpdate, C_DecryptUpdate)                               \
-  X(C_DecryptFinal, C_DecryptFinal, C_DecryptFinal, C_DecryptFinal)                                  \
-  X(C_DigestUpdate, C_DigestUpdate, C_DigestUpdate, C_DigestUpdate)                                  \
+  X(C_InitPIN, C_InitPIN, C_InitPin, C_InitPin) /* kept: deployed servers route "C_InitPin" */    \
+  X(C_SetPIN, C_SetPIN, C_SetPin, C_SetPin) /* kept: deployed servers route "C_SetPin" */         \
+  X(C_CloseAllSessions, C_CloseAllSessions, C_CloseAllSessions, C_CloseAllSessions)               \
+  X(C_GetOperationState, C_GetOperationState, C_GetOperationState, C_GetOperationState)           \
+  X(C_SetOperationState, C_SetOperationState, C_SetOperationState, C_SetOperationState)           \
+  X(C_CreateObject, C_CreateObject, C_CreateObject, C_CreateObject)                               \
+  X(C_CopyObject, C_CopyObject, C_CopyObject, C_CopyObject)                                       \
+  X(C_GetObjectSize, C_GetObjectSize, C_GetObjectSize, C_GetObjectSize)                           \
+  X(C_SetAttributeValue, C_SetAttributeValue, C_SetAttributeValue, C_SetAttributeValue)           \
+  X(C_EncryptUpdate, C_EncryptUpdate, C_EncryptUpdate, C_EncryptUpdate)                           \
+  X(C_EncryptFinal, C_EncryptFinal, C_EncryptFinal, C_EncryptFinal)                               \
+  X(C_DecryptUpdate, C_DecryptUpdate, C_DecryptUpdate, C_DecryptUpdate)                           \
+  X(C_DecryptFinal, C_DecryptFinal, C_DecryptFinal, C_DecryptFinal)                               \
+  X(C_DigestUpdate, C_DigestUpdate, C_DigestUpdate, C_DigestUpdate)                               \
   X(C_DigestKey, C_DigestKey, C_DigestKey, C_DigestKey)                                           \
-  X(C_DigestFinal, C_DigestFinal, C_DigestFinal, C_DigestFinal)                                     \
-  X(C_SignUpdate, C_SignUpdate, C_SignUpdate, C_SignUpdate)                                        \
+  X(C_DigestFinal, C_DigestFinal, C_DigestFinal, C_DigestFinal)                                   \
+  X(C_SignUpdate, C_SignUpdate, C_SignUpdate, C_SignUpdate)                                       \
   X(C_SignFinal, C_SignFinal, C_SignFinal, C_SignFinal)                                           \
-  X(C_SignRecoverInit, C_SignRecoverInit, C_SignRecoverInit, C_SignRecoverInit)                         \
-  X(C_SignRecover, C_SignRecover, C_SignRecover, C_SignRecover)                                     \
-  X(C_VerifyUpdate, C_VerifyUpdate, C_VerifyUpdate, C_VerifyUpdate)                                  \
-  X(C_VerifyFinal, C_VerifyFinal, C_VerifyFinal, C_VerifyFinal)                                     \
-  X(C_VerifyRecoverInit, C_VerifyRecoverInit, C_VerifyRecoverInit, C_VerifyRecoverInit)                   \
-  X(C_VerifyRecover, C_VerifyRecover, C_VerifyRecover, C_VerifyRecover)                               \
-  X(C_DigestEncryptUpdate, C_DigestEncryptUpdate, C_DigestEncryptUpdate, C_DigestEncryptUpdate)             \
-  X(C_DecryptDigestUpdate, C_DecryptDigestUpdate, C_DecryptDigestUpdate, C_DecryptDigestUpdate)             \
-  X(C_SignEncryptUpdate, C_SignEncryptUpdate, C_SignEncryptUpdate, C_SignEncryptUpdate)                   \
-  X(C_DecryptVerifyUpdate, C_DecryptVerifyUpdate, C_DecryptVerifyUpdate, C_DecryptVerifyUpdate)             \
-  X(C_GenerateKey, C_GenerateKey, C_GenerateKey, C_GenerateKey)                                     \
-  X(C_GenerateKeyPair, C_GenerateKeyPair, C_GenerateKeyPair, C_GenerateKeyPair)                         \
-  X(C_WrapKey, C_WrapKey, C_WrapKey, C_WrapKey)                                                 \
+  X(C_SignRecoverInit, C_SignRecoverInit, C_SignRecoverInit, C_SignRecoverInit)                   \
+  X(C_SignRecover, C_SignRecover, C_SignRecover, C_SignRecover)                                   \
+  X(C_VerifyUpdate, C_VerifyUpdate, C_VerifyUpdate, C_VerifyUpdate)                               \
+  X(C_VerifyFinal, C_VerifyFinal, C_VerifyFinal, C_VerifyFinal)                                   \
+  X(C_VerifyRecoverInit, C_VerifyRecoverInit, C_VerifyRecoverInit, C_VerifyRecoverInit)           \
+  X(C_VerifyRecover, C_VerifyRecover, C_VerifyRecover, C_VerifyRecover)                           \
+  X(C_DigestEncryptUpdate, C_DigestEncryptUpdate, C_DigestEncryptUpdate, C_DigestEncryptUpdate)   \
+  X(C_DecryptDigestUpdate, C_DecryptDigestUpdate, C_DecryptDigestUpdate, C_DecryptDigestUpdate)   \
+  X(C_SignEncryptUpdate, C_SignEncryptUpdate, C_SignEncryptUpdate, C_SignEncryptUpdate)           \
+  X(C_DecryptVerifyUpdate, C_DecryptVerifyUpdate, C_DecryptVerifyUpdate, C_DecryptVerifyUpdate)   \
+  X(C_GenerateKey, C_GenerateKey, C_GenerateKey, C_GenerateKey)                                   \
+  X(C_GenerateKeyPair, C_GenerateKeyPair, C_GenerateKeyPair, C_GenerateKeyPair)                   \
+  X(C_WrapKey, C_WrapKey, C_WrapKey, C_WrapKey)                                                   \
   X(C_UnwrapKey, C_UnWrapKey, C_UnWrapKey, C_UnWrapKey) /* the wire's own spelling, both ends */  \
-  X(C_DeriveKey, C_DeriveKey, C_DeriveKey, C_UnDeriveKey) /* kept: peers expect this answer */                                           \
-  X(C_GetFunctionStatus, C_GetFunctionStatus, C_GetFunctionStatus, C_GetFunctionStatus)                   \
-  X(C_CancelFunction, C_CancelFunction, C_CancelFunction, C_CancelFunction)                            \
+  X(C_DeriveKey, C_DeriveKey, C_DeriveKey, C_UnDeriveKey) /* kept: peers expect this answer */    \
+  X(C_GetFunctionStatus, C_GetFunctionStatus, C_GetFunctionStatus, C_GetFunctionStatus)           \
+  X(C_CancelFunction, C_CancelFunction, C_CancelFunction, C_CancelFunction)                       \
   X(C_WaitForSlotEvent, C_WaitForSlotEvent, C_WaitForSlotEvent, C_WaitForSlotEvent)
 
 // The families below name a function without its C_: the Java natives'
@@ -90,7 +90,8 @@
 // input length, output, output length, input sizing). The reply names its
 // output fields as the request does. A null output buffer goes out as a
 // capacity of 0 (a length query).
-// Input sizing, a kept difference of the serving side: kOwn gives the module
+// Input sizing, a kept difference of the serving side
+// (Kept::kInputsSizedByOutput): kOwn gives the module
 // the input at its own length; kOutput gives it a buffer of the output's
 // length filled from the input (deployed servers serve the multi-part and
 // recover functions so; the module still reads the input's length).

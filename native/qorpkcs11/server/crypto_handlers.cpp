@@ -84,7 +84,7 @@ std::string serve_row(const std::string& bytes, const InOut<Request, Response>& 
         std::optional<Buffer> shared;
         CK_BYTE* in = nullptr;
         // Extended requests give every input its own length.
-        if (row.sizing == Sizing::kOwn || extended()) {
+        if (row.sizing == Sizing::kOwn || !keeps<Kept::kInputsSizedByOutput>()) {
           own.emplace(input, inputLength);
           if (const CK_RV bad = own->status()) return call.decline(bad);
           in = own->data();
@@ -294,7 +294,7 @@ std::string C_Verify_Server(const std::string& request) {
                  if (const CK_RV bad = data.status()) return call.decline(bad);
                  Buffer signature(ul(req.ulsignaturelen()));
                  if (!signature.ok()) return call.out_of_memory();
-                 if (extended()) signature.fill(req.psignature());
+                 if (!keeps<Kept::kVerifyAgainstZeros>()) signature.fill(req.psignature());
                  const CK_RV value =
                      call.invoke(QOR_MEMBER(C_Verify), ul(req.hsession()), data.data(), dataLength,
                                  signature.data(), signature.size());

@@ -278,7 +278,7 @@ std::string C_WaitForSlotEvent_Server(const std::string& request) {
                  CK_SLOT_ID slot = 0;
                  const CK_RV value = call.invoke(QOR_MEMBER(C_WaitForSlotEvent), ul(req.flags()),
                                                  &slot, CK_VOID_PTR{});
-                 if (extended())
+                 if (!keeps<Kept::kSlotEventNotAnswered>())
                    call.result().mutable_c_waitforslotevent_response()->set_pslot(wire(slot));
                  return value;
                });

@@ -158,7 +158,8 @@ CK_RV Mechanism::build(const pkcs11::CK_MECHANISM& message) {
   if (!parameter_->ok()) return CKR_HOST_MEMORY;
   parameter_->fill(message.pparameter());
   mechanism_.mechanism = ul(message.mechanism());
-  mechanism_.pParameter = length == 0 && extended() ? nullptr : parameter_->data();
+  mechanism_.pParameter =
+      length == 0 && !keeps<Kept::kEmptyParameterNotNull>() ? nullptr : parameter_->data();
   mechanism_.ulParameterLen = length;
   return extended() && message.qor_members_size() != 0 ? build_members(message) : CKR_OK;
 }

@@ -97,7 +97,8 @@ void connection_ended() {
 
 std::string dispatch() {
   const Route* route = find_route(operation.name().c_str());
-  if (route == nullptr && extended()) route = find_sent_alias(operation.name().c_str());
+  if (route == nullptr && !keeps<Kept::kSentNamesNotRouted>())
+    route = find_sent_alias(operation.name().c_str());
   if (route == nullptr) return {};
   note_lifecycle(route);
   QOR_LOGD(kTag, "Generate_Operation_Result %s", route->name);
