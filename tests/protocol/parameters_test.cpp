@@ -12,7 +12,7 @@
 #include "qorpkcs11/client/parameters.h"
 #include "qorpkcs11/client/proxy.h"
 #include "qorpkcs11/protocol/extensions.h"
-#include "qorpkcs11/server/marshal.h"
+#include "qorpkcs11/server/module_memory.h"
 #include "qorpkcs11/server/server.h"
 
 namespace qor::test {

@@ -1,7 +1,7 @@
 // The cryptographic functions that fit no family of the protocol table.
 #include "qorpkcs11/client/call_frame.h"
+#include "qorpkcs11/client/caller_memory.h"
 #include "qorpkcs11/client/extensions.h"
-#include "qorpkcs11/client/marshal.h"
 #include "qorpkcs11/client/parameters.h"
 #include "qorpkcs11/protocol/calls.h"
 

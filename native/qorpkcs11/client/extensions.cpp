@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "qorpkcs11/client/marshal.h"
+#include "qorpkcs11/client/caller_memory.h"
 #include "qorpkcs11/client/proxy.h"
 #include "qorpkcs11/protocol/extensions.h"
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "qorpkcs11/client/call_frame.h"
-#include "qorpkcs11/client/marshal.h"
+#include "qorpkcs11/client/caller_memory.h"
 #include "qorpkcs11/client/parameters.h"
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/protocol/calls.h"

@@ -2,8 +2,8 @@
 #include <algorithm>
 
 #include "qorpkcs11/client/call_frame.h"
+#include "qorpkcs11/client/caller_memory.h"
 #include "qorpkcs11/client/extensions.h"
-#include "qorpkcs11/client/marshal.h"
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/protocol/calls.h"
 

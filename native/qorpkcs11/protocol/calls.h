@@ -10,9 +10,9 @@
 // Every remoted call: X(function, name the client sends, name the server
 // routes, name the server answers under), in the order deployed servers
 // compare the names (the fuzzers' seeds number the routes so). The handler
-// of a route is <route>_Server. Where the two names differ the server has no handler for what the client
-// sends; deployed peers on both ends are built so, and the call fails with
-// the transport's code (Kept::kSentNamesNotRouted).
+// of a route is <route>_Server. Where the two names differ the server has no
+// handler for what the client sends; deployed peers on both ends are built
+// so, and the call fails with the transport's code (Kept::kSentNamesNotRouted).
 #define QOR_REMOTED_CALLS(X)                                                                      \
   X(C_Initialize, C_Initialize, C_Initialize, C_Initialize)                                       \
   X(C_Finalize, C_Finalize, C_Finalize, C_Finalize)                                               \

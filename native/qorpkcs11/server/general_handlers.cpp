@@ -4,7 +4,7 @@
 #include "qorpkcs11/protocol/calls.h"
 #include "qorpkcs11/server/extensions.h"
 #include "qorpkcs11/server/handler.h"
-#include "qorpkcs11/server/marshal.h"
+#include "qorpkcs11/server/module_memory.h"
 
 using namespace qor::server;
 namespace answered = qor::protocol::answered;

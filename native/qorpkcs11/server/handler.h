@@ -7,7 +7,7 @@
 
 #include "qorpkcs11/common/log.h"
 #include "qorpkcs11/server/extensions.h"
-#include "qorpkcs11/server/marshal.h"
+#include "qorpkcs11/server/module_memory.h"
 #include "qorpkcs11/server/server.h"
 
 namespace qor::server {

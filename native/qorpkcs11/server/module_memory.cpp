@@ -1,4 +1,4 @@
-#include "qorpkcs11/server/marshal.h"
+#include "qorpkcs11/server/module_memory.h"
 
 #include <algorithm>
 #include <cstring>

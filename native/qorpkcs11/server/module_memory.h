@@ -1,6 +1,7 @@
 // Turning request fields into what a module call takes: heap buffers,
 // attribute templates and mechanisms, always bounded by what the request
-// carries and never exposing stale heap bytes to the peer.
+// carries and never exposing stale heap bytes to the peer. What both ends
+// move alike (scalars, info structures) is the codec's.
 #pragma once
 
 #include <climits>

@@ -1,4 +1,5 @@
-// Moving PKCS#11 values between the caller's memory and the wire messages.
+// Moving PKCS#11 values between the caller's memory and the wire messages;
+// what both ends move alike (scalars, info structures) is the codec's.
 // Every copy into the caller is bounded twice: by what the reply carries and
 // by what the caller provided; lengths and counts are still reported as the
 // reply states them, so a caller learns the size it needs.

@@ -1,4 +1,4 @@
-#include "qorpkcs11/client/marshal.h"
+#include "qorpkcs11/client/caller_memory.h"
 
 #include "qorpkcs11/client/detached.h"
 
