@@ -135,40 +135,32 @@ int send_request(int sock, FrameHeader* hdr, iovec* parts, int count, bool logge
 // are dropped with the reader, as the next call's drain would drop them.
 class ReplyReader {
  public:
-  ReplyReader(int sock, bool ahead) : sock_(sock), ahead_(ahead) {}
+  ReplyReader(int sock, bool readsAhead) : sock_(sock), readsAhead_(readsAhead) {}
 
   int read(void* dst, int32_t len) {
-    if (!ahead_) return client_recv_data(sock_, dst, len);
+    if (!readsAhead_) return client_recv_data(sock_, dst, len);
     auto* to = static_cast<uint8_t*>(dst);
     auto want = static_cast<size_t>(len);
-    while (want > 0) {
-      if (at_ == have_ && want >= sizeof(ahead_bytes_)) {
-        const ssize_t n = ::recv(sock_, to, want, 0);
-        if (n < 1) return client_result(n, kClientRecvError);
+    for (;;) {
+      const size_t took = ahead_.take(to, want);
+      to += took;
+      want -= took;
+      if (want == 0) return kOk;
+      // Nothing is buffered now.
+      const bool direct = want >= ReadAhead::kSize;
+      const ssize_t n = direct ? ::recv(sock_, to, want, 0) : ahead_.fill(sock_);
+      if (n < 1) return client_result(n, kClientRecvError);
+      if (direct) {
         to += n;
         want -= static_cast<size_t>(n);
-        continue;
       }
-      if (at_ == have_) {
-        const ssize_t n = ::recv(sock_, ahead_bytes_, sizeof(ahead_bytes_), 0);
-        if (n < 1) return client_result(n, kClientRecvError);
-        at_ = 0;
-        have_ = static_cast<size_t>(n);
-      }
-      const size_t take = std::min(want, have_ - at_);
-      std::memcpy(to, ahead_bytes_ + at_, take);
-      at_ += take;
-      to += take;
-      want -= take;
     }
-    return kOk;
   }
 
  private:
   int sock_;
-  bool ahead_;
-  size_t at_ = 0, have_ = 0;
-  uint8_t ahead_bytes_[4096];
+  bool readsAhead_;
+  ReadAhead ahead_;
 };
 
 int exchange(int sock, iovec* parts, int count, int32_t len, uint8_t** out, uint32_t* out_len) {

@@ -1,5 +1,6 @@
 #include "qorpkcs11/comm/frame.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -71,6 +72,20 @@ ssize_t send_all_parts(const char* tag, int sock, iovec* parts, int count, int f
       msg.msg_iov->iov_len -= left;
     }
   }
+}
+
+size_t ReadAhead::take(uint8_t* to, size_t want) {
+  const size_t n = std::min(want, have_ - at_);
+  std::memcpy(to, bytes_ + at_, n);
+  at_ += n;
+  return n;
+}
+
+ssize_t ReadAhead::fill(int sock) {
+  const ssize_t n = ::recv(sock, bytes_, sizeof(bytes_), 0);
+  at_ = 0;
+  have_ = n > 0 ? static_cast<size_t>(n) : 0;
+  return n;
 }
 
 bool sends_logged(const char* tag) {

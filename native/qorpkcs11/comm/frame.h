@@ -92,6 +92,23 @@ bool sends_logged(const char* tag);
 class Deadline;
 ssize_t recv_all_until(const char* tag, int sock, void* buf, int32_t len, const Deadline& deadline);
 
+// Bytes received ahead of what a reader asked for, so that a small frame
+// comes with its header in one system call. Each end's reader decides when
+// to read ahead and what a failed receive means.
+class ReadAhead {
+ public:
+  static constexpr size_t kSize = 4096;
+  bool buffered() const { return at_ < have_; }
+  // Moves up to `want` buffered bytes to `to`; returns how many.
+  size_t take(uint8_t* to, size_t want);
+  // One receive into the buffer, which must be empty; recv's result.
+  ssize_t fill(int sock);
+
+ private:
+  size_t at_ = 0, have_ = 0;
+  uint8_t bytes_[kSize];
+};
+
 // Buffers that cross the transport boundary come from malloc and go back
 // with free, on whichever side ends up owning them.
 struct FreeDeleter {

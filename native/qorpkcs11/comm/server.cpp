@@ -155,7 +155,7 @@ class FrameReader {
  public:
   explicit FrameReader(int sock) : sock_(sock) {}
 
-  bool buffered() const { return at_ < have_; }
+  bool buffered() const { return ahead_.buffered(); }
 
   int read(void* dst, int32_t len, const Deadline* deadline) {
     if (!buffered() && (sock_ < 0 || len < 1 || sends_logged(kTag)))
@@ -163,25 +163,20 @@ class FrameReader {
     auto* to = static_cast<uint8_t*>(dst);
     auto want = static_cast<size_t>(len);
     for (;;) {
-      const size_t take = std::min(want, have_ - at_);
-      std::memcpy(to, ahead_ + at_, take);
-      at_ += take;
-      to += take;
-      want -= take;
+      const size_t took = ahead_.take(to, want);
+      to += took;
+      want -= took;
       if (want == 0) return kOk;
-      if (want >= sizeof(ahead_) || (deadline != nullptr && !deadline->none()) || sends_logged(kTag))
+      if (want >= ReadAhead::kSize || (deadline != nullptr && !deadline->none()) || sends_logged(kTag))
         return server_recv_data(sock_, to, static_cast<int32_t>(want), deadline);
-      const ssize_t n = ::recv(sock_, ahead_, sizeof(ahead_), 0);
+      const ssize_t n = ahead_.fill(sock_);
       if (n < 1) return n == 0 ? kServerPeerClosed : kServerRecvError;
-      at_ = 0;
-      have_ = static_cast<size_t>(n);
     }
   }
 
  private:
   int sock_;
-  size_t at_ = 0, have_ = 0;
-  uint8_t ahead_[4096];
+  ReadAhead ahead_;
 };
 
 // How sending a reply frame ended: its code, and whether the header went
