@@ -57,7 +57,7 @@ TEST(CodecTest, InfoTextsLandByTheirLength) {
     EXPECT_EQ(2, got.cryptokiVersion.major);
     EXPECT_EQ(40, got.cryptokiVersion.minor);
     EXPECT_EQ(7, got.libraryVersion.minor);
-    EXPECT_EQ(1u, got.flags);
+    EXPECT_EQ(1u, CK_ULONG{got.flags});  // a copy: the member is unaligned
   }
 }
 
@@ -73,9 +73,9 @@ TEST(CodecTest, TokenInfoTextsArePaddedWithBlanksAndCountersKeepTheirBits) {
   EXPECT_EQ("token" + std::string(27, ' '), member(got.label));
   EXPECT_EQ(std::string(16, 'S'), member(got.serialNumber));
   EXPECT_EQ(std::string(16, ' '), member(got.utcTime));
-  EXPECT_EQ(CK_EFFECTIVELY_INFINITE, got.ulMaxSessionCount);
-  EXPECT_EQ(CK_UNAVAILABLE_INFORMATION, got.ulFreePrivateMemory);
-  EXPECT_EQ(4u, got.ulMinPinLen);
+  EXPECT_EQ(CK_EFFECTIVELY_INFINITE, CK_ULONG{got.ulMaxSessionCount});
+  EXPECT_EQ(CK_UNAVAILABLE_INFORMATION, CK_ULONG{got.ulFreePrivateMemory});
+  EXPECT_EQ(4u, CK_ULONG{got.ulMinPinLen});
   EXPECT_EQ(3, got.firmwareVersion.major);
   EXPECT_EQ(1, got.firmwareVersion.minor);
 }
